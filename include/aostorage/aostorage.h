@@ -1,0 +1,12 @@
+/// @file
+/// The whole public interface of aostorage: include this one header.
+#ifndef AOSTORAGE_AOSTORAGE_H_
+#define AOSTORAGE_AOSTORAGE_H_
+
+#include <aostorage/error.h>
+#include <aostorage/export.h>
+#include <aostorage/storage.h>
+#include <aostorage/stream.h>
+#include <aostorage/types.h>
+
+#endif  // AOSTORAGE_AOSTORAGE_H_

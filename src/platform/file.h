@@ -1,0 +1,115 @@
+// The operating system's file, as the library needs it. The only place that moves bytes.
+#ifndef AOSTORAGE_PLATFORM_FILE_H_
+#define AOSTORAGE_PLATFORM_FILE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace aostorage::detail {
+
+// Nothing at or behind this offset can be reached: file offsets are positioned with a signed 32-bit
+// distance.
+inline constexpr std::uint64_t kReachableEnd = 0x80000000;
+
+// One stretch of memory in a gathering write.
+struct Stretch {
+  const void* data;
+  std::size_t size;
+};
+
+// Tells files apart, whatever paths lead to them.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  bool operator<(const FileIdentity& other) const {
+    return device != other.device ? device < other.device : inode < other.inode;
+  }
+};
+
+// An open regular file with positioned reads and writes. Move-only; closes in the destructor. A
+// failed operation notes its reason for LastError. Interrupted calls are repeated (a bounded number
+// of times in a row), short ones are finished.
+class File {
+ public:
+  enum class Access {
+    kRead,       // an existing file
+    kReadWrite,  // an existing file
+    kCreateNew,  // a file that must not be there yet, for reading and writing
+  };
+
+  File() = default;
+  File(File&& other) noexcept { Swap(other); }
+  File& operator=(File&& other) noexcept {
+    Swap(other);
+    return *this;
+  }
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+  ~File() { Close(); }
+
+  // Anything that is not a regular file is refused at once, without waiting for a peer.
+  static File Open(const std::string& path, Access access);
+  // Takes a file away by its path; for a file that a failed creation leaves behind.
+  static void Delete(const std::string& path);
+
+  bool IsOpen() const { return descriptor >= 0; }
+  void Close();
+
+  // Bytes read, below `count` only at the end of the file; nothing on failure.
+  std::optional<std::size_t> ReadAt(std::uint64_t offset, void* buffer, std::size_t count);
+  // True when all `count` bytes came; a short read is damage.
+  [[nodiscard]] bool ReadExactlyAt(std::uint64_t offset, void* buffer, std::size_t count);
+  [[nodiscard]] bool WriteAt(std::uint64_t offset, const void* data, std::size_t count);
+  // Writes up to kMaxStretches stretches one behind the other, in one call where the system takes
+  // it whole.
+  static constexpr std::size_t kMaxStretches = 16;
+  [[nodiscard]] bool WriteAt(std::uint64_t offset, const Stretch* stretches,
+                             std::size_t stretchCount);
+  // Cuts the file to nothing.
+  [[nodiscard]] bool Clear();
+
+  // The size of the file, asked from the system.
+  std::optional<std::uint64_t> Size();
+  // The size of the file is at least this; costs no call. Files of this library never shrink.
+  std::uint64_t KnownSize() const { return knownSize; }
+  // Whether anybody but this object has changed the file since the last call, as far as its size
+  // and modification time tell. A failed call counts as a change.
+  bool ChangedByOthers();
+
+  FileIdentity Identity() const { return identity; }
+
+ private:
+  struct Moment {
+    std::int64_t seconds = 0;
+    std::int64_t nanoseconds = 0;
+    bool operator<(const Moment& other) const {
+      return seconds != other.seconds ? seconds < other.seconds : nanoseconds < other.nanoseconds;
+    }
+  };
+
+  void Swap(File& other) noexcept {
+    std::swap(descriptor, other.descriptor);
+    std::swap(identity, other.identity);
+    std::swap(knownSize, other.knownSize);
+    std::swap(expectedSize, other.expectedSize);
+    std::swap(lastOwnWrite, other.lastOwnWrite);
+    std::swap(othersSeen, other.othersSeen);
+  }
+  // Asks for size and modification time; false with the reason noted when the system refuses.
+  bool AskStatus();
+  void NoteOwnWrite(std::uint64_t end);
+
+  int descriptor = -1;
+  FileIdentity identity;
+  std::uint64_t knownSize = 0;     // grows with what is seen and written
+  std::uint64_t expectedSize = 0;  // the size that the file has if nobody else appends
+  Moment lastOwnWrite;             // no own write changed the file after this
+  bool othersSeen = false;         // a change by somebody else was met and not yet reported
+};
+
+}  // namespace aostorage::detail
+
+#endif  // AOSTORAGE_PLATFORM_FILE_H_

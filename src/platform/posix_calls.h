@@ -1,0 +1,39 @@
+// The calls that the library makes to a POSIX system, all of them: what a test or a tracer has to
+// watch. Built with 64-bit file offsets, so that the symbols are the 64-bit ones where a system has
+// both.
+#ifndef AOSTORAGE_PLATFORM_POSIX_CALLS_H_
+#define AOSTORAGE_PLATFORM_POSIX_CALLS_H_
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <sys/uio.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace aostorage::detail::posix {
+
+static_assert(sizeof(off_t) == 8, "the POSIX layer needs 64-bit file offsets");
+
+inline int Open(const char* path, int flags, mode_t mode) { return ::open(path, flags, mode); }
+inline int Close(int descriptor) { return ::close(descriptor); }
+inline int DuplicateAbove(int descriptor, int lowest) {
+  return ::fcntl(descriptor, F_DUPFD_CLOEXEC, lowest);
+}
+inline int Status(int descriptor, struct stat* status) { return ::fstat(descriptor, status); }
+inline ssize_t Read(int descriptor, void* buffer, size_t count, off_t offset) {
+  return ::pread(descriptor, buffer, count, offset);
+}
+inline ssize_t Write(int descriptor, const void* data, size_t count, off_t offset) {
+  return ::pwrite(descriptor, data, count, offset);
+}
+inline ssize_t Write(int descriptor, const iovec* pieces, int pieceCount, off_t offset) {
+  return ::pwritev(descriptor, pieces, pieceCount, offset);
+}
+inline int Truncate(int descriptor, off_t size) { return ::ftruncate(descriptor, size); }
+inline int Unlink(const char* path) { return ::unlink(path); }
+inline int RealTime(timespec* now) { return ::clock_gettime(CLOCK_REALTIME, now); }
+
+}  // namespace aostorage::detail::posix
+
+#endif  // AOSTORAGE_PLATFORM_POSIX_CALLS_H_

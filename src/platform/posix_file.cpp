@@ -1,0 +1,225 @@
+// The POSIX body of File.
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include "platform/file.h"
+#include "platform/last_error.h"
+#include "platform/posix_calls.h"
+
+namespace aostorage::detail {
+namespace {
+
+constexpr int kMaxInterruptions = 1000;  // in a row, before a call counts as failed
+constexpr int kFirstFreeDescriptor =
+    3;  // 0 to 2 are the standard streams, even when the caller closed them
+constexpr mode_t kNewFileMode = 0666;  // less the umask
+
+Error ReasonOf(int systemError) {
+  switch (systemError) {
+    case ENOENT:
+    case ENOTDIR:
+      return Error::kNotFound;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EBADF:
+      return Error::kAccessDenied;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return Error::kDiskFull;
+    case EEXIST:
+      return Error::kExists;
+    case ENAMETOOLONG:
+    case ELOOP:
+      return Error::kBadArgument;
+    case EISDIR:
+    case ENXIO:
+    case ENODEV:
+      return Error::kNotAStorage;
+    case ENOMEM:
+      return Error::kNoMemory;
+    default:
+      return Error::kInputOutput;
+  }
+}
+
+bool FailWithErrno() {
+  const int systemError = errno;
+  return Fail(ReasonOf(systemError), systemError);
+}
+
+// Repeats an interrupted call, a bounded number of times.
+template <typename Call>
+auto Repeated(Call call) {
+  auto result = call();
+  for (int tries = 0; result < 0 && errno == EINTR && tries < kMaxInterruptions; ++tries)
+    result = call();
+  return result;
+}
+
+int OpenFlags(File::Access access) {
+  // Without O_NONBLOCK the open of a pipe would wait for a peer; on a regular file it does nothing.
+  constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  switch (access) {
+    case File::Access::kRead:
+      return kAlways | O_RDONLY;
+    case File::Access::kReadWrite:
+      return kAlways | O_RDWR;
+    case File::Access::kCreateNew:
+      return kAlways | O_RDWR | O_CREAT | O_EXCL;
+  }
+  return kAlways;
+}
+
+}  // namespace
+
+File File::Open(const std::string& path, Access access) {
+  File file;
+  file.descriptor =
+      Repeated([&] { return posix::Open(path.c_str(), OpenFlags(access), kNewFileMode); });
+  if (file.descriptor < 0) {
+    FailWithErrno();
+    return file;
+  }
+  if (file.descriptor < kFirstFreeDescriptor) {
+    const int low = std::exchange(file.descriptor,
+                                  posix::DuplicateAbove(file.descriptor, kFirstFreeDescriptor));
+    if (file.descriptor < 0) FailWithErrno();
+    posix::Close(low);
+    if (file.descriptor < 0) return file;
+  }
+  struct stat status {};
+  if (Repeated([&] { return posix::Status(file.descriptor, &status); }) < 0) {
+    FailWithErrno();
+    file.Close();
+  } else if (!S_ISREG(status.st_mode)) {
+    Fail(Error::kNotAStorage);
+    file.Close();
+  } else {
+    file.identity = {static_cast<std::uint64_t>(status.st_dev),
+                     static_cast<std::uint64_t>(status.st_ino)};
+    file.knownSize = file.expectedSize = static_cast<std::uint64_t>(status.st_size);
+    file.lastOwnWrite = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+  }
+  return file;
+}
+
+void File::Delete(const std::string& path) { posix::Unlink(path.c_str()); }
+
+void File::Close() {
+  if (descriptor >= 0) posix::Close(std::exchange(descriptor, -1));
+}
+
+std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* buffer, std::size_t count) {
+  if (offset >= kReachableEnd) {
+    Fail(Error::kDamaged);
+    return std::nullopt;
+  }
+  count = static_cast<std::size_t>(std::min<std::uint64_t>(count, kReachableEnd - offset));
+  std::size_t done = 0;
+  while (done < count) {
+    const ssize_t got = Repeated([&] {
+      return posix::Read(descriptor, static_cast<char*>(buffer) + done, count - done,
+                         static_cast<off_t>(offset + done));
+    });
+    if (got < 0) {
+      FailWithErrno();
+      return std::nullopt;
+    }
+    if (got == 0) break;
+    done += static_cast<std::size_t>(got);
+  }
+  return done;
+}
+
+bool File::ReadExactlyAt(std::uint64_t offset, void* buffer, std::size_t count) {
+  const std::optional<std::size_t> got = ReadAt(offset, buffer, count);
+  if (!got) return false;
+  return *got == count || Fail(Error::kDamaged);
+}
+
+bool File::WriteAt(std::uint64_t offset, const void* data, std::size_t count) {
+  const Stretch stretch{data, count};
+  return WriteAt(offset, &stretch, 1);
+}
+
+bool File::WriteAt(std::uint64_t offset, const Stretch* stretches, std::size_t stretchCount) {
+  std::array<iovec, kMaxStretches> pieces{};
+  int pieceCount = 0;
+  std::uint64_t total = 0;
+  for (std::size_t i = 0; i < stretchCount && i < kMaxStretches; ++i) {
+    if (stretches[i].size == 0) continue;
+    pieces[static_cast<std::size_t>(pieceCount++)] = {const_cast<void*>(stretches[i].data),
+                                                      stretches[i].size};
+    total += stretches[i].size;
+  }
+  if (offset > kReachableEnd || total > kReachableEnd - offset) return Fail(Error::kNoRoom);
+
+  iovec* next = pieces.data();
+  std::uint64_t at = offset;
+  while (pieceCount > 0) {
+    const ssize_t taken = Repeated([&] {
+      return pieceCount == 1
+                 ? posix::Write(descriptor, next->iov_base, next->iov_len, static_cast<off_t>(at))
+                 : posix::Write(descriptor, next, pieceCount, static_cast<off_t>(at));
+    });
+    if (taken < 0) FailWithErrno();
+    if (taken == 0) Fail(Error::kInputOutput);  // a write that takes nothing will never end
+    if (taken > 0) at += static_cast<std::uint64_t>(taken);
+    NoteOwnWrite(at);
+    if (taken <= 0) return false;
+    auto left = static_cast<std::size_t>(taken);
+    while (pieceCount > 0 && left >= next->iov_len) {
+      left -= next->iov_len;
+      ++next;
+      --pieceCount;
+    }
+    if (pieceCount > 0) {
+      next->iov_base = static_cast<char*>(next->iov_base) + left;
+      next->iov_len -= left;
+    }
+  }
+  return true;
+}
+
+bool File::Clear() {
+  if (Repeated([&] { return posix::Truncate(descriptor, 0); }) < 0) return FailWithErrno();
+  knownSize = expectedSize = 0;
+  NoteOwnWrite(0);
+  return true;
+}
+
+std::optional<std::uint64_t> File::Size() {
+  if (!AskStatus()) return std::nullopt;
+  return knownSize;
+}
+
+bool File::ChangedByOthers() {
+  if (!AskStatus()) return true;
+  return std::exchange(othersSeen, false);
+}
+
+bool File::AskStatus() {
+  struct stat status {};
+  if (Repeated([&] { return posix::Status(descriptor, &status); }) < 0) return FailWithErrno();
+  const Moment modified{status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+  knownSize = static_cast<std::uint64_t>(status.st_size);
+  if (knownSize != expectedSize || lastOwnWrite < modified) {
+    othersSeen = true;
+    expectedSize = knownSize;
+    lastOwnWrite = modified;
+  }
+  return true;
+}
+
+void File::NoteOwnWrite(std::uint64_t end) {
+  knownSize = std::max(knownSize, end);
+  expectedSize = std::max(expectedSize, end);
+  timespec now{};
+  posix::RealTime(&now);
+  lastOwnWrite = {now.tv_sec, now.tv_nsec};
+}
+
+}  // namespace aostorage::detail
