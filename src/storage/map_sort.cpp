@@ -1,0 +1,184 @@
+#include "storage/map_sort.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace aostorage::detail {
+namespace {
+
+// An EntryId is a place in the pool plus one, and above it the generation, so that it is never 0
+// and a place that was given to another name is noticed.
+constexpr int kPlaceBits = sizeof(CMapSort::EntryId) >= 8 ? 32 : 25;
+constexpr std::uint64_t kPlaceMask = (std::uint64_t{1} << kPlaceBits) - 1;
+constexpr int kGenerationBits = static_cast<int>(sizeof(CMapSort::EntryId) * 8) - 1 - kPlaceBits;
+constexpr std::uint32_t kGenerationMask =
+    static_cast<std::uint32_t>((std::uint64_t{1} << kGenerationBits) - 1);
+constexpr std::size_t kFirstIndexSize = 32;
+
+}  // namespace
+
+std::uint32_t HashKey(std::string_view name) {
+  constexpr std::uint32_t kBasis = 2166136261U;
+  constexpr std::uint32_t kPrime = 16777619U;
+  std::uint32_t hash = kBasis;
+  for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * kPrime;
+  return hash;
+}
+
+CMapSort::EntryId CMapSort::IdOf(const Entry& entry) {
+  const std::uint64_t generation = entry.generation & kGenerationMask;
+  return static_cast<EntryId>((generation << kPlaceBits) | (std::uint64_t{entry.place} + 1));
+}
+
+const CMapSort::Entry* CMapSort::EntryOf(EntryId id) const {
+  if (id <= 0) return nullptr;
+  const auto bits = static_cast<std::uint64_t>(id);
+  const std::uint64_t place = (bits & kPlaceMask) - 1;  // a place of 0 - 1 is far out of range
+  if (place >= pool.size()) return nullptr;
+  const Entry& entry = pool[static_cast<std::size_t>(place)];
+  return entry.used && IdOf(entry) == id ? &entry : nullptr;
+}
+
+CMapSort::Entry* CMapSort::FindEntry(std::string_view name) const {
+  if (count == 0 || name.size() > kMaxNameLength) return nullptr;
+  const std::uint32_t hash = HashKey(name);
+  for (std::size_t i = HomeOf(hash); index[i] != nullptr; i = (i + 1) & (index.size() - 1)) {
+    if (index[i]->hash == hash && name == index[i]->name.data()) return index[i];
+  }
+  return nullptr;
+}
+
+bool CMapSort::Lookup(std::string_view name, tag_aoStreamOffset& locator) const {
+  const Entry* entry = FindEntry(name);
+  if (entry == nullptr) return false;
+  locator = entry->locator;
+  return true;
+}
+
+void CMapSort::Store(std::string_view name, const tag_aoStreamOffset& locator) {
+  if (Entry* present = FindEntry(name)) {
+    present->locator = locator;
+    return;
+  }
+  if ((count + 1) * 2 > index.size()) GrowIndex();
+  Entry* entry = TakeFromPool();
+  entry->used = true;
+  entry->hash = HashKey(name);
+  entry->name.fill('\0');
+  std::memcpy(entry->name.data(), name.data(), std::min<std::size_t>(name.size(), kMaxNameLength));
+  entry->locator = locator;
+  Entry*& front = buckets[entry->hash % kBucketCount];
+  entry->previous = nullptr;
+  entry->next = front;
+  if (front != nullptr) front->previous = entry;
+  front = entry;
+  IndexInsert(entry);
+  ++count;
+  sortedValid = false;
+}
+
+bool CMapSort::Remove(std::string_view name) {
+  Entry* entry = FindEntry(name);
+  if (entry == nullptr) return false;
+  freeEntries.reserve(freeEntries.size() + 1);  // the only step that can fail comes first
+  IndexErase(entry);
+  Entry*& front = buckets[entry->hash % kBucketCount];
+  (entry->previous != nullptr ? entry->previous->next : front) = entry->next;
+  if (entry->next != nullptr) entry->next->previous = entry->previous;
+  entry->used = false;
+  ++entry->generation;
+  freeEntries.push_back(entry);
+  --count;
+  sortedValid = false;
+  return true;
+}
+
+void CMapSort::Clear() { *this = CMapSort(); }
+
+CMapSort::EntryId CMapSort::First() const {
+  const auto front =
+      std::find_if(buckets.begin(), buckets.end(), [](const Entry* e) { return e != nullptr; });
+  return front == buckets.end() ? kNoEntry : IdOf(**front);
+}
+
+CMapSort::EntryId CMapSort::Next(EntryId id) const {
+  const Entry* entry = EntryOf(id);
+  if (entry == nullptr) return kNoEntry;
+  if (entry->next != nullptr) return IdOf(*entry->next);
+  for (std::size_t bucket = entry->hash % kBucketCount + 1; bucket < kBucketCount; ++bucket) {
+    if (buckets[bucket] != nullptr) return IdOf(*buckets[bucket]);
+  }
+  return kNoEntry;
+}
+
+std::optional<CMapSort::Found> CMapSort::At(EntryId id) const {
+  const Entry* entry = EntryOf(id);
+  if (entry == nullptr) return std::nullopt;
+  return Found{entry->name.data(), entry->locator};
+}
+
+void CMapSort::Sort(bool descending) {
+  if (sortedValid && sortDescending == descending) return;
+  sortedValid = false;
+  sortDescending = descending;
+  std::vector<const Entry*> order;
+  order.reserve(count);
+  for (const Entry& entry : pool) {
+    if (entry.used) order.push_back(&entry);
+  }
+  std::sort(order.begin(), order.end(), [descending](const Entry* a, const Entry* b) {
+    const int difference = std::strcmp(a->name.data(), b->name.data());
+    return descending ? difference > 0 : difference < 0;
+  });
+  sortedEntries.clear();
+  sortedEntries.reserve(order.size());
+  for (const Entry* entry : order) sortedEntries.push_back(IdOf(*entry));
+  sortedValid = true;
+}
+
+std::optional<CMapSort::Found> CMapSort::SortedAt(std::int64_t place) const {
+  if (place < 0 || static_cast<std::uint64_t>(place) >= sortedEntries.size()) return std::nullopt;
+  return At(sortedEntries[static_cast<std::size_t>(place)]);
+}
+
+CMapSort::Entry* CMapSort::TakeFromPool() {
+  if (!freeEntries.empty()) {
+    Entry* entry = freeEntries.back();
+    freeEntries.pop_back();
+    return entry;
+  }
+  Entry& entry = pool.emplace_back();
+  entry.place = static_cast<std::uint32_t>(pool.size() - 1);
+  return &entry;
+}
+
+void CMapSort::IndexInsert(Entry* entry) {
+  std::size_t i = HomeOf(entry->hash);
+  while (index[i] != nullptr) i = (i + 1) & (index.size() - 1);
+  index[i] = entry;
+}
+
+// Closes the gap behind a removed entry, so that no search ends at it too early.
+void CMapSort::IndexErase(const Entry* entry) {
+  const std::size_t mask = index.size() - 1;
+  std::size_t gap = HomeOf(entry->hash);
+  while (index[gap] != entry) gap = (gap + 1) & mask;
+  for (std::size_t i = (gap + 1) & mask; index[i] != nullptr; i = (i + 1) & mask) {
+    const std::size_t home = HomeOf(index[i]->hash);
+    if (((i - home) & mask) >= ((i - gap) & mask)) {
+      index[gap] = index[i];
+      gap = i;
+    }
+  }
+  index[gap] = nullptr;
+}
+
+void CMapSort::GrowIndex() {
+  std::vector<Entry*> old(std::max(kFirstIndexSize, index.size() * 2), nullptr);
+  old.swap(index);
+  for (Entry* entry : old) {
+    if (entry != nullptr) IndexInsert(entry);
+  }
+}
+
+}  // namespace aostorage::detail

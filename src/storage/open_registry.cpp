@@ -1,0 +1,60 @@
+#include "storage/open_registry.h"
+
+#include <utility>
+
+#include "platform/last_error.h"
+
+namespace aostorage::detail {
+namespace {
+
+// Only the flags of the first open count.
+bool Shares(std::uint32_t recordFlags, std::uint32_t newFlags) {
+  if ((recordFlags & kExclusive) != 0) return false;
+  if ((recordFlags & kShareRead) == 0) return true;
+  return (newFlags & (kExclusive | kShareReadWrite)) == 0;
+}
+
+}  // namespace
+
+t_OpenStream* OpenRegistry::Find(std::string_view name) {
+  if (records.empty()) return nullptr;
+  const auto found = records.lower_bound(name);
+  return found != records.end() && found->first == name ? &found->second : nullptr;
+}
+
+bool OpenRegistry::MayOpen(std::string_view name, std::uint32_t flags) {
+  const t_OpenStream* record = Find(name);
+  return record == nullptr || Shares(record->openFlags, flags) || Fail(Error::kRefused);
+}
+
+void OpenRegistry::Open(std::string_view name, std::uint32_t flags) {
+  if (t_OpenStream* record = Find(name)) {
+    ++record->useCount;
+  } else {
+    Add(name, flags);
+  }
+}
+
+void OpenRegistry::Add(std::string_view name, std::uint32_t flags) {
+  std::string key(name);
+  records.emplace(key, t_OpenStream{key, 1, flags});
+}
+
+std::int32_t OpenRegistry::Close(std::string_view name) {
+  const auto found = records.lower_bound(name);
+  if (found == records.end() || found->first != name) return kNoRecord;
+  const auto before = static_cast<std::int32_t>(found->second.useCount);
+  if (--found->second.useCount == 0) records.erase(found);
+  return before;
+}
+
+void OpenRegistry::Rename(std::string_view oldName, std::string_view newName) {
+  const auto found = records.lower_bound(oldName);
+  if (found == records.end() || found->first != oldName) return;
+  auto record = records.extract(found);
+  record.key() = newName;
+  record.mapped().name = newName;
+  records.insert(std::move(record));
+}
+
+}  // namespace aostorage::detail

@@ -1,0 +1,65 @@
+// What the stream objects of one storage that stand on the same stream share.
+#ifndef AOSTORAGE_STORAGE_SHARED_STREAM_H_
+#define AOSTORAGE_STORAGE_SHARED_STREAM_H_
+
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include <aostorage/types.h>
+
+#include "storage/folder_index.h"
+
+namespace aostorage::detail {
+
+class StreamCore;
+
+class SharedStreams;
+
+// One open stream. Every object on it has its own header copy and cursor; this holds what none of
+// them may undo: the words of the record as this storage last read or wrote them.
+class SharedStream {
+ public:
+  SharedStream(SharedStreams& openStreams, std::uint32_t offset, const tag_aoStream& header,
+               std::shared_ptr<SharedStream> folder);
+  SharedStream(const SharedStream&) = delete;
+  SharedStream& operator=(const SharedStream&) = delete;
+  ~SharedStream();
+
+  std::uint32_t HeaderOffset() const { return headerOffset; }
+  // The folder that the stream was opened in, null for a root stream.
+  SharedStream* Parent() const { return parent.get(); }
+  bool HasOpenChildren() const { return openChildren > 0; }
+
+  tag_aoStream onDisk;
+  bool removed = false;                // the slot is vacated or another stream's: nothing may write
+  std::vector<StreamCore*> objects;    // those open on it
+  std::unique_ptr<FolderIndex> index;  // of a folder, once a scan has begun
+  std::uint64_t indexEpoch = 0;        // see StorageCore::IndexEpoch
+
+ private:
+  SharedStreams& table;
+  std::uint32_t headerOffset;
+  std::shared_ptr<SharedStream> parent;
+  std::uint32_t openChildren = 0;
+};
+
+// The open streams of a storage by the place of their headers.
+class SharedStreams {
+ public:
+  std::shared_ptr<SharedStream> Find(std::uint32_t headerOffset) const;
+  std::shared_ptr<SharedStream> FindOrMake(std::uint32_t headerOffset, const tag_aoStream& header,
+                                           const std::shared_ptr<SharedStream>& folder);
+  void Leave(const SharedStream& stream);
+  // Marks a stream that was removed, and every stream still open inside it: their records may be
+  // overwritten.
+  void MarkRemoved(SharedStream& stream);
+
+ private:
+  std::unordered_map<std::uint32_t, std::weak_ptr<SharedStream>> byHeaderOffset;
+};
+
+}  // namespace aostorage::detail
+
+#endif  // AOSTORAGE_STORAGE_SHARED_STREAM_H_

@@ -1,0 +1,82 @@
+// What a storage and its streams share: the open file and all that is known of it.
+#ifndef AOSTORAGE_STORAGE_STORAGE_CORE_H_
+#define AOSTORAGE_STORAGE_STORAGE_CORE_H_
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <aostorage/types.h>
+
+#include "platform/file.h"
+#include "storage/change_counter.h"
+#include "storage/map_sort.h"
+#include "storage/open_registry.h"
+#include "storage/root_directory.h"
+#include "storage/shared_stream.h"
+
+namespace aostorage::detail {
+
+class StorageCore {
+ public:
+  StorageCore(std::string fileName, File openFile, const StorageFileHeader& fileHeader,
+              std::uint32_t reserveBytes)
+      : path(std::move(fileName)),
+        file(std::move(openFile)),
+        changes(file.Identity()),
+        defaultBlockSize(reserveBytes),
+        tailOffset(file.KnownSize() < kReachableEnd ? static_cast<std::uint32_t>(file.KnownSize())
+                                                    : 0),
+        directory(fileHeader) {}
+
+  // --- Writing. Every write to the file goes through here, so that other storage objects on it
+  // notice.
+  [[nodiscard]] bool Write(std::uint64_t offset, const void* data, std::size_t count) {
+    changes.CountOwn();
+    return file.WriteAt(offset, data, count);
+  }
+  [[nodiscard]] bool Write(std::uint64_t offset, const Stretch* stretches,
+                           std::size_t stretchCount) {
+    changes.CountOwn();
+    return file.WriteAt(offset, stretches, stretchCount);
+  }
+  [[nodiscard]] bool WriteHeader(const HeaderPlace& place, std::size_t from,
+                                 const std::uint8_t* bytes, std::size_t count) {
+    changes.CountOwn();
+    return place.Write(file, from, bytes, count);
+  }
+
+  // --- What folder indexes were made under. A change by somebody else ends all of them at once.
+  std::uint64_t IndexEpoch() {
+    if (changes.OthersWrote()) ++indexEpoch;
+    return indexEpoch;
+  }
+  // Asks the file system too.
+  bool OthersChangedFile() {
+    if (!file.ChangedByOthers()) return false;
+    ++indexEpoch;
+    return true;
+  }
+
+  std::string path;
+  File file;
+  ChangeCounter changes;
+  std::uint32_t defaultBlockSize;
+  // The block that may grow past its capacity, or an offset at which no block begins.
+  std::uint32_t tailOffset;
+  RootDirectory directory;
+  CMapSort streamMap;
+  OpenRegistry openStreams;
+  SharedStreams sharedStreams;
+  bool sortEnabled = false;
+  bool sortDescending = false;
+  std::vector<std::string> streamNames;  // gathered by the name list walk
+
+ private:
+  std::uint64_t indexEpoch = 0;
+};
+
+}  // namespace aostorage::detail
+
+#endif  // AOSTORAGE_STORAGE_STORAGE_CORE_H_
