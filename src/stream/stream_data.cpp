@@ -1,0 +1,331 @@
+// Moving bytes between the caller and the chain of blocks.
+//
+// The order of writes keeps the file readable at every moment: a block is complete before a word
+// points to it, data goes before `used`, `used` before `length`. What this object remembers of a
+// record changes only when the record in the file has changed, so that a failed step can simply be
+// tried again.
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "platform/last_error.h"
+#include "stream/stream_core.h"
+
+namespace aostorage::detail {
+namespace {
+
+// Bytes read together with the header of a block that is not loaded. They go through a buffer of
+// the library, since only the header tells how many of them are the stream's.
+constexpr std::uint32_t kSmallReadAhead = 4096 - BlockHeader::kSize;  // on the stack
+constexpr std::uint32_t kLargeReadAhead = 65536;                      // on the heap
+
+// Filler of a block's reserve, written in pieces of this size.
+constexpr std::size_t kFillerPiece = 65536;
+const std::array<std::uint8_t, kFillerPiece> kFiller{};
+
+}  // namespace
+
+// --- Reading
+// ----------------------------------------------------------------------------------------------
+
+std::uint32_t StreamCore::Read(void* buffer, std::uint32_t count) {
+  if (buffer == nullptr && count > 0) return Fail(Error::kBadArgument), kFailed;
+  if (cursor.block == 0 || count == 0) return 0;
+  if (outOfStep) return Fail(Error::kRefused), kFailed;
+  auto* out = static_cast<std::uint8_t*>(buffer);
+  std::uint32_t delivered = 0;
+  for (;;) {
+    const std::uint32_t wanted = count - delivered;
+    const auto got = cursor.loaded ? ReadLoaded(out + delivered, wanted)
+                                   : ReadWithHeader(out + delivered, wanted);
+    if (!got) return kFailed;
+    delivered += *got;
+    if (delivered == count) return delivered;
+    if (cursor.Available() > 0) continue;  // the read ahead was shorter than the block
+    if (cursor.header.nextBlock == 0) return delivered;
+    fresher.reset();
+    if (!cursor.Step()) return kFailed;
+  }
+}
+
+std::optional<std::uint32_t> StreamCore::ReadLoaded(std::uint8_t* out, std::uint32_t count) {
+  const std::uint32_t chunk = std::min(count, cursor.Available());
+  if (chunk > 0 && !storage->file.ReadExactlyAt(cursor.FileOffset(), out, chunk))
+    return std::nullopt;
+  cursor.Advance(chunk);
+  return chunk;
+}
+
+// Block header and data in one read.
+std::optional<std::uint32_t> StreamCore::ReadWithHeader(std::uint8_t* out, std::uint32_t count) {
+  if (cursor.blockOffset > BlockHeader::kSize) {  // the data does not follow the header
+    if (!cursor.Load(storage->file)) return std::nullopt;
+    return ReadLoaded(out, count);
+  }
+  std::array<std::uint8_t, BlockHeader::kSize + kSmallReadAhead> small;
+  std::unique_ptr<std::uint8_t[]> large;
+  std::uint32_t ahead = std::min(count, kSmallReadAhead);
+  if (count > kSmallReadAhead) {
+    large.reset(new (std::nothrow)
+                    std::uint8_t[BlockHeader::kSize + std::min(count, kLargeReadAhead)]);
+    if (large != nullptr) ahead = std::min(count, kLargeReadAhead);
+  }
+  std::uint8_t* bytes = large != nullptr ? large.get() : small.data();
+  const std::optional<std::size_t> got =
+      storage->file.ReadAt(cursor.block, bytes, BlockHeader::kSize + ahead);
+  if (!got) return std::nullopt;
+  if (*got < BlockHeader::kSize || !cursor.Accept(bytes)) {
+    Fail(Error::kDamaged);
+    return std::nullopt;
+  }
+  const std::uint32_t chunk = std::min(ahead, cursor.Available());
+  if (*got - BlockHeader::kSize < chunk) {  // the file ends before `used` does
+    Fail(Error::kDamaged);
+    return std::nullopt;
+  }
+  std::memcpy(out, bytes + BlockHeader::kSize, chunk);
+  cursor.Advance(chunk);
+  return chunk;
+}
+
+// --- Writing
+// ----------------------------------------------------------------------------------------------
+
+// One Write on its way.
+struct StreamCore::Pending {
+  const std::uint8_t* data;
+  std::uint32_t left;
+  bool final;
+  FilePieces* pieces;
+  std::uint32_t lastDone = 0;  // the last block that took what it could: the length is due
+  std::optional<std::uint64_t> fileEnd;  // asked in this call, and nothing appended since
+
+  void Took(const ChainCursor& at, std::uint32_t count) {
+    if (pieces != nullptr && count > 0) {
+      pieces->push_back({at.block, static_cast<std::uint32_t>(at.FileOffset()), count});
+    }
+    data += count;
+    left -= count;
+  }
+};
+
+std::uint32_t StreamCore::Write(const void* buffer, std::uint32_t count, bool final,
+                                FilePieces* pieces) {
+  if ((buffer == nullptr && count > 0) || count == kFailed)
+    return Fail(Error::kBadArgument), kFailed;
+  if (IsRemoved()) return Fail(Error::kNotFound), kFailed;
+  if (outOfStep) return Fail(Error::kRefused), kFailed;
+  Adopt();
+  Pending pending{static_cast<const std::uint8_t*>(buffer), count, final, pieces, 0, std::nullopt};
+  if (cursor.block == 0) return WriteFirstBlock(pending) ? count : kFailed;
+  if (count == 0) return 0;
+  const bool written = WriteBlocks(pending);
+  const bool counted = pending.lastDone == 0 || CommitLength(final, pending.lastDone);
+  if (outOfStep) cursor.block = 0;  // no next block could be made: the cursor stands nowhere
+  return written && counted ? count : kFailed;
+}
+
+bool StreamCore::WriteBlocks(Pending& pending) {
+  for (bool done = false; !done;) {
+    if (!FillBlock(pending, done)) return false;
+    if (!done) {
+      fresher.reset();
+      if (!cursor.Step()) return false;
+    }
+  }
+  return true;
+}
+
+// Puts what it takes into the current block, and the rest into a new one if the chain ends here.
+bool StreamCore::FillBlock(Pending& pending, bool& done) {
+  if (!cursor.Load(storage->file)) return false;
+  std::uint32_t chunk = 0;
+  if (!ChooseChunk(pending, chunk)) return false;
+  if (chunk > 0 && !storage->Write(cursor.FileOffset(), pending.data, chunk)) return false;
+  pending.Took(cursor, chunk);
+  cursor.Advance(chunk);
+  if (pending.left > 0 && cursor.header.nextBlock == 0) {
+    done = true;
+    return WriteIntoNextBlock(pending);
+  }
+  done = pending.left == 0;
+  return CommitBlock(pending);
+}
+
+// How much the current block takes: all, if it lies last in the file and may grow, else what its
+// capacity allows.
+bool StreamCore::ChooseChunk(Pending& pending, std::uint32_t& chunk) {
+  const std::uint64_t blockEnd = std::uint64_t{cursor.block} + cursor.header.capacity;
+  chunk = std::min(pending.left, cursor.Room());
+  if (chunk < pending.left && cursor.block == storage->tailOffset && cursor.header.nextBlock == 0) {
+    pending.fileEnd = storage->file.Size();
+    if (!pending.fileEnd) return false;
+    if (*pending.fileEnd ==
+        blockEnd) {  // else something was appended behind it through another handle
+      chunk = pending.left;
+      return true;
+    }
+  }
+  // A capacity that reaches behind the end of the file is damage: what it covers may come to be
+  // another's.
+  if (chunk == 0 || blockEnd <= storage->file.KnownSize()) return true;
+  const std::optional<std::uint64_t> fileEnd = storage->file.Size();
+  return fileEnd && (blockEnd <= *fileEnd || Fail(Error::kDamaged));
+}
+
+// Rewrites the current block's header if the cursor has passed `used`, or the stream ends here.
+bool StreamCore::CommitBlock(Pending& pending) {
+  BlockHeader changed = cursor.header;
+  if (pending.final || cursor.blockOffset > changed.used) changed.used = cursor.blockOffset;
+  changed.capacity = std::max(changed.capacity, changed.used);
+  if (changed.used != cursor.header.used && !RewriteBlockHeader(changed)) return false;
+  pending.lastDone = cursor.block;
+  return true;
+}
+
+bool StreamCore::RewriteBlockHeader(const BlockHeader& changed) {
+  const BlockHeader::Bytes bytes = changed.Encode();
+  if (!storage->Write(cursor.block, bytes.data(), bytes.size())) return false;
+  cursor.header = changed;
+  if (shared == nullptr) return true;
+  for (StreamCore* other : shared->objects) {
+    if (other != this && other->cursor.block == cursor.block && other->cursor.loaded)
+      other->fresher = changed;
+  }
+  return true;
+}
+
+// The length and lastBlock words. A length that another object has written is lowered by a final
+// write alone.
+bool StreamCore::CommitLength(bool final, std::uint32_t lastBlock) {
+  if (!final && cursor.position <= header.length) return true;
+  const tag_aoStream& known = shared != nullptr ? shared->onDisk : header;
+  const std::uint32_t newLength = final ? cursor.position : std::max(cursor.position, known.length);
+  if (newLength != known.length || lastBlock != known.lastBlock) {
+    std::array<std::uint8_t, 8> words{};
+    Store32(words.data(), newLength);
+    Store32(words.data() + 4, lastBlock);
+    if (!storage->WriteHeader(place, StreamHeader::kLengthAt, words.data(), words.size()))
+      return false;
+  }
+  header.length = newLength;
+  header.lastBlock = lastBlock;
+  if (shared != nullptr) {
+    shared->onDisk.length = newLength;
+    shared->onDisk.lastBlock = lastBlock;
+  }
+  return true;
+}
+
+std::uint32_t StreamCore::ReserveOf(std::uint32_t dataBytes) const {
+  return IsFolder() ? dataBytes : std::max(storage->defaultBlockSize, dataBytes);
+}
+
+// Writes a whole new block, header, data and filler, at the end of the file. Nothing points to it
+// yet.
+std::optional<std::uint32_t> StreamCore::AppendBlock(std::uint64_t fileEnd, BlockHeader& block,
+                                                     const std::uint8_t* data,
+                                                     std::uint32_t count) {
+  const std::uint32_t dataRoom = ReserveOf(count);
+  if (fileEnd + BlockHeader::kSize + dataRoom > kReachableEnd)
+    return Fail(Error::kNoRoom), std::nullopt;
+  block.used = BlockHeader::kSize + count;
+  block.capacity = BlockHeader::kSize + dataRoom;
+  const BlockHeader::Bytes bytes = block.Encode();
+  std::array<Stretch, File::kMaxStretches> stretches{{{bytes.data(), bytes.size()}, {data, count}}};
+  std::size_t stretchCount = 2;
+  std::uint64_t at = fileEnd;
+  std::uint64_t gathered = bytes.size() + count;
+  std::uint32_t fillerLeft = dataRoom - count;
+  for (;;) {
+    while (fillerLeft > 0 && stretchCount < stretches.size()) {
+      const auto piece =
+          static_cast<std::uint32_t>(std::min<std::size_t>(fillerLeft, kFillerPiece));
+      stretches[stretchCount++] = {kFiller.data(), piece};
+      gathered += piece;
+      fillerLeft -= piece;
+    }
+    if (!storage->Write(at, stretches.data(), stretchCount)) return std::nullopt;
+    if (fillerLeft == 0) return static_cast<std::uint32_t>(fileEnd);
+    at += gathered;
+    gathered = 0;
+    stretchCount = 0;
+  }
+}
+
+bool StreamCore::WriteIntoNextBlock(Pending& pending) {
+  if (!pending.fileEnd) pending.fileEnd = storage->file.Size();
+  BlockHeader next;
+  next.prevBlock = cursor.block;
+  const std::optional<std::uint32_t> nextOffset =
+      pending.fileEnd ? AppendBlock(*pending.fileEnd, next, pending.data, pending.left)
+                      : std::nullopt;
+  if (!nextOffset) {
+    // What the current block took counts all the same.
+    if (CommitBlock(pending)) outOfStep = true;
+    return false;
+  }
+  storage->tailOffset = *nextOffset;
+  BlockHeader linked = cursor.header;
+  linked.used = cursor.blockOffset;
+  linked.capacity = std::max(linked.capacity, linked.used);
+  linked.nextBlock = *nextOffset;
+  if (!RewriteBlockHeader(linked)) return false;
+  fresher.reset();
+  if (!cursor.Step()) return false;
+  cursor.header = next;
+  cursor.loaded = true;
+  cursor.blockOffset = BlockHeader::kSize;
+  const std::uint32_t count = pending.left;
+  pending.Took(cursor, count);
+  cursor.Advance(count);
+  pending.lastDone = cursor.block;
+  return true;
+}
+
+// The first block with its data, then the words that lead to it: `length`, `lastBlock` and
+// `firstBlock` lie side by side.
+bool StreamCore::WriteFirstBlock(Pending& pending) {
+  const std::optional<std::uint64_t> fileEnd = storage->file.Size();
+  if (!fileEnd) return false;
+  BlockHeader block;
+  const std::uint32_t count = pending.left;
+  const std::optional<std::uint32_t> offset = AppendBlock(*fileEnd, block, pending.data, count);
+  if (!offset) return false;
+  tag_aoStream changed = header;
+  changed.firstBlock = *offset;
+  const bool countsLength = count > 0 && (pending.final || count > header.length);
+  if (countsLength) {
+    changed.length = count;
+    changed.lastBlock = *offset;
+  }
+  const StreamHeader::Bytes bytes = StreamHeader::Encode(changed);
+  // In a record in pieces no write covers all three words: the chain must be there before its
+  // length.
+  const bool together = countsLength && place.IsWhole();
+  const std::size_t from = together ? StreamHeader::kLengthAt : StreamHeader::kFirstBlockAt;
+  if (!storage->WriteHeader(place, from, bytes.data() + from, StreamHeader::kSize - from))
+    return false;
+  storage->tailOffset = *offset;
+  header.firstBlock = *offset;
+  if (shared != nullptr) shared->onDisk.firstBlock = *offset;
+  cursor = ChainCursor::AtStart(*offset);
+  cursor.header = block;
+  cursor.loaded = true;
+  cursor.blockOffset = BlockHeader::kSize;
+  pending.Took(cursor, count);
+  cursor.Advance(count);
+  if (!countsLength) return true;
+  if (!together) return CommitLength(pending.final, *offset);
+  header.length = changed.length;
+  header.lastBlock = changed.lastBlock;
+  if (shared != nullptr) {
+    shared->onDisk.length = changed.length;
+    shared->onDisk.lastBlock = changed.lastBlock;
+  }
+  return true;
+}
+
+}  // namespace aostorage::detail

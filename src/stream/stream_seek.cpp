@@ -1,0 +1,61 @@
+// Moving the cursor along the chain. Every walk goes forward from the first block or from the
+// cursor.
+#include <algorithm>
+
+#include "platform/last_error.h"
+#include "stream/stream_core.h"
+
+namespace aostorage::detail {
+
+void StreamCore::Rewind() { PlaceCursor(ChainCursor::AtStart(header.firstBlock)); }
+
+void StreamCore::PlaceCursor(const ChainCursor& target) {
+  cursor = target;
+  outOfStep = false;
+  fresher.reset();
+}
+
+bool StreamCore::SeekRight(std::uint32_t distance, bool fromStart) {
+  if (!fromStart && outOfStep) return Fail(Error::kRefused);
+  ChainCursor walk = fromStart ? ChainCursor::AtStart(header.firstBlock) : cursor;
+  if (!walk.Skip(storage->file, distance)) {
+    // What Read and Write would do now is not what the caller thinks: they fail until the cursor is
+    // in order.
+    cursor.position = walk.position;
+    outOfStep = outOfStep || header.firstBlock != 0;
+    return false;
+  }
+  const bool sameBlock = walk.block == cursor.block && cursor.loaded;
+  cursor = walk;
+  outOfStep = false;
+  if (fromStart || !sameBlock) fresher.reset();
+  return true;
+}
+
+bool StreamCore::SeekLeft(std::uint32_t distance, bool fromEnd) {
+  if (fromEnd) {
+    ChainCursor walk = ChainCursor::AtStart(header.firstBlock);
+    if (walk.Skip(storage->file, header.length)) {
+      PlaceCursor(walk);
+    } else {
+      cursor.position = walk.position;
+      outOfStep = header.firstBlock != 0;
+    }
+    if (distance == 0) return true;
+  } else if (outOfStep) {
+    return Fail(Error::kRefused);
+  }
+  if (distance == 0) return true;
+  if (!outOfStep && cursor.blockOffset > BlockHeader::kSize) {
+    const std::uint32_t step = std::min(distance, cursor.blockOffset - BlockHeader::kSize);
+    cursor.blockOffset -= step;
+    cursor.position -= step;
+    distance -= step;
+    if (distance == 0) return true;
+  }
+  // There is no walking back over a block's border; a distance beyond the start wraps and runs off
+  // the end.
+  return SeekRight(cursor.position - distance, true);
+}
+
+}  // namespace aostorage::detail
