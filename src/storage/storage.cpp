@@ -1,0 +1,236 @@
+// The life of a storage, and the public operations on root streams.
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include <aostorage/storage.h>
+#include <aostorage/stream.h>
+
+#include "platform/last_error.h"
+#include "storage/root_streams.h"
+#include "storage/storage_core.h"
+#include "stream/stream_maker.h"
+
+namespace aostorage {
+
+using detail::DirectoryBlock;
+using detail::Fail;
+using detail::File;
+using detail::Guarded;
+using detail::RootStreams;
+using detail::StorageCore;
+using detail::StorageFileHeader;
+using detail::StreamMaker;
+
+namespace {
+
+using CorePointer = std::shared_ptr<StorageCore>;
+
+// Header and first directory block in the longer of the two forms.
+constexpr std::size_t kHeadSize = StorageFileHeader::kSize + DirectoryBlock::kSize;
+
+bool IsUsablePath(const char* fileName) {
+  return (fileName != nullptr && *fileName != '\0') || Fail(Error::kBadArgument);
+}
+
+File OpenExisting(const std::string& path, std::uint32_t flags) {
+  return File::Open(path,
+                    (flags & kStreamWrite) != 0 ? File::Access::kReadWrite : File::Access::kRead);
+}
+
+void MapSlots(StorageCore& storage, std::uint32_t blockOffset, const DirectoryBlock& block) {
+  for (std::uint32_t i = 0; i < block.SlotCount(); ++i) {
+    if (!block.SlotInUse(i)) continue;
+    const tag_aoStream header = block.Slot(i);
+    if (!detail::HasTerminatedName(header)) continue;  // damage: nothing can ask for it by name
+    storage.streamMap.Store(header.name, {DirectoryBlock::SlotOffset(blockOffset, i), blockOffset,
+                                          block.SlotCount(), detail::DurationSeconds(header)});
+  }
+}
+
+// Reads the directory behind its first block into the map. At damage it ends; what was read stays.
+void LoadFurtherBlocks(StorageCore& storage) {
+  DirectoryBlock block;
+  for (bool atEnd = false; storage.directory.ReadNext(storage.file, block, atEnd) && !atEnd;) {
+    MapSlots(storage, storage.directory.LastKnownOffset(), block);
+  }
+}
+
+CorePointer OpenCore(const char* fileName, File file, std::uint32_t defaultBlockSize,
+                     bool withMap) {
+  std::array<std::uint8_t, kHeadSize> head;
+  const std::size_t wanted = withMap ? kHeadSize : StorageFileHeader::kSize;
+  const std::optional<std::size_t> got = file.ReadAt(0, head.data(), wanted);
+  if (!got) return nullptr;
+  const auto header =
+      *got < StorageFileHeader::kSize ? std::nullopt : StorageFileHeader::Decode(head.data());
+  if (!header) return Fail(Error::kNotAStorage), nullptr;
+  auto storage =
+      std::make_shared<StorageCore>(fileName, std::move(file), *header, defaultBlockSize);
+  if (withMap && *got >= header->firstDirectoryOffset + DirectoryBlock::kSize) {
+    DirectoryBlock first;
+    std::memcpy(first.Data(), head.data() + header->firstDirectoryOffset, DirectoryBlock::kSize);
+    if (first.HasMagic()) {
+      storage->directory.NoteFirst(first);
+      MapSlots(*storage, header->firstDirectoryOffset, first);
+      LoadFurtherBlocks(*storage);
+    }
+  }
+  return storage;
+}
+
+// Writes header and directory of a new storage into an empty file.
+CorePointer CreateIn(const char* fileName, File file, std::uint32_t defaultBlockSize) {
+  const StorageFileHeader header;
+  const auto headerBytes = header.Encode();
+  const DirectoryBlock first = DirectoryBlock::ForNewFile(header.slotsPerDirectory);
+  const std::array<detail::Stretch, 2> stretches{
+      {{headerBytes.data(), headerBytes.size()}, {first.Data(), DirectoryBlock::kSize}}};
+  if (!file.WriteAt(0, stretches.data(), stretches.size())) return nullptr;
+  auto storage = std::make_shared<StorageCore>(fileName, std::move(file), header, defaultBlockSize);
+  storage->directory.NoteFirst(first);
+  return storage;
+}
+
+// Makes the file, which must not be there. A file that cannot be made a storage is taken away
+// again.
+CorePointer CreateNew(const char* fileName, std::uint32_t defaultBlockSize) {
+  File file = File::Open(fileName, File::Access::kCreateNew);
+  if (!file.IsOpen()) return nullptr;
+  CorePointer storage;
+  try {
+    storage = CreateIn(fileName, std::move(file), defaultBlockSize);
+  } catch (const std::bad_alloc&) {
+    Fail(Error::kNoMemory);
+  }
+  if (storage == nullptr) File::Delete(fileName);
+  return storage;
+}
+
+CorePointer CreateCore(const char* fileName, std::uint32_t defaultBlockSize) {
+  File file = File::Open(fileName, File::Access::kReadWrite);
+  if (!file.IsOpen()) {
+    return LastError() == Error::kNotFound ? CreateNew(fileName, defaultBlockSize) : nullptr;
+  }
+  if (file.KnownSize() > 0 && !file.Clear()) return nullptr;
+  return CreateIn(fileName, std::move(file), defaultBlockSize);
+}
+
+CorePointer OpenOrCreateCore(const char* fileName, std::uint32_t flags,
+                             std::uint32_t defaultBlockSize) {
+  File file = OpenExisting(fileName, flags);
+  if (!file.IsOpen()) {
+    // Only a file that is not there is made: whoever made one in the meantime keeps it.
+    return LastError() == Error::kNotFound ? CreateNew(fileName, defaultBlockSize) : nullptr;
+  }
+  if (file.KnownSize() == 0) return CreateCore(fileName, defaultBlockSize);
+  return OpenCore(fileName, std::move(file), defaultBlockSize, true);
+}
+
+}  // namespace
+
+aoStorage::aoStorage(std::shared_ptr<StorageCore> openCore) : core(std::move(openCore)) {}
+aoStorage::~aoStorage() = default;
+
+aoStorage* aoStorage::Create(const char* fileName, std::uint32_t /*flags*/,
+                             std::uint32_t defaultBlockSize) {
+  return Guarded<aoStorage*>(nullptr, [&]() -> aoStorage* {
+    if (!IsUsablePath(fileName)) return nullptr;
+    CorePointer made = CreateCore(fileName, defaultBlockSize);
+    return made == nullptr ? nullptr : new aoStorage(std::move(made));
+  });
+}
+
+aoStorage* aoStorage::Open(const char* fileName, std::uint32_t flags,
+                           std::uint32_t defaultBlockSize) {
+  return Guarded<aoStorage*>(nullptr, [&]() -> aoStorage* {
+    if (!IsUsablePath(fileName)) return nullptr;
+    File file = OpenExisting(fileName, flags);
+    if (!file.IsOpen()) return nullptr;
+    CorePointer opened = OpenCore(fileName, std::move(file), defaultBlockSize, true);
+    return opened == nullptr ? nullptr : new aoStorage(std::move(opened));
+  });
+}
+
+aoStorage* aoStorage::OpenFast(const char* fileName, std::uint32_t flags,
+                               std::uint32_t defaultBlockSize) {
+  return Guarded<aoStorage*>(nullptr, [&]() -> aoStorage* {
+    if (!IsUsablePath(fileName)) return nullptr;
+    File file = OpenExisting(fileName, flags);
+    if (!file.IsOpen()) return nullptr;
+    CorePointer opened = OpenCore(fileName, std::move(file), defaultBlockSize, false);
+    return opened == nullptr ? nullptr : new aoStorage(std::move(opened));
+  });
+}
+
+aoStorage* aoStorage::OpenOrCreate(const char* fileName, std::uint32_t flags,
+                                   std::uint32_t defaultBlockSize) {
+  return Guarded<aoStorage*>(nullptr, [&]() -> aoStorage* {
+    if (!IsUsablePath(fileName)) return nullptr;
+    CorePointer opened = OpenOrCreateCore(fileName, flags, defaultBlockSize);
+    return opened == nullptr ? nullptr : new aoStorage(std::move(opened));
+  });
+}
+
+void aoStorage::Release() {
+  // Streams that are still open keep what they refer to, without a file: their operations fail.
+  core->file.Close();
+  core->openStreams.Clear();
+  delete this;
+}
+
+const char* aoStorage::GetPath() const { return core->path.c_str(); }
+
+aoStream* aoStorage::CreateStream(const char* name, std::uint32_t packedKind, std::uint32_t flags) {
+  return StreamMaker::Make(
+      [&] { return RootStreams(core).Create(name, packedKind, flags, false); });
+}
+
+aoStream* aoStorage::CreateStream(const char* name, std::uint32_t flags) {
+  return CreateStream(name, 0, flags);
+}
+
+aoStream* aoStorage::CreateStreamFast(const char* name, std::uint32_t packedKind,
+                                      std::uint32_t flags) {
+  return StreamMaker::Make([&] { return RootStreams(core).Create(name, packedKind, flags, true); });
+}
+
+aoStream* aoStorage::CreateStreamFast(const char* name, std::uint32_t flags) {
+  return CreateStreamFast(name, 0, flags);
+}
+
+aoStream* aoStorage::OpenStream(const char* name, std::uint32_t flags) {
+  return StreamMaker::Make([&] { return RootStreams(core).Open(name, flags); });
+}
+
+aoStream* aoStorage::OpenStreamFast(const char* name, std::uint32_t flags) {
+  return StreamMaker::Make([&] { return RootStreams(core).OpenFast(name, flags); });
+}
+
+aoStream* aoStorage::OpenStreamByOffset(const tag_aoStreamOffset& offset, const char* name,
+                                        std::uint32_t flags) {
+  if (!detail::IsUsableName(name)) return nullptr;
+  return StreamMaker::Make([&] { return RootStreams(core).OpenByOffset(offset, name, flags); });
+}
+
+aoStream* aoStorage::OpenOrCreateStream(const char* name, std::uint32_t packedKind) {
+  aoStream* stream = OpenStream(name, kWriteFlags);
+  return stream != nullptr ? stream : CreateStream(name, packedKind, kWriteFlags);
+}
+
+aoStream* aoStorage::OpenOrCreateStreamFast(const char* name, int toEnd) {
+  aoStream* stream = OpenStreamFast(name, kWriteFlags);
+  if (stream == nullptr) stream = CreateStreamFast(name, kWriteFlags);
+  if (stream != nullptr && toEnd != 0) StreamMaker::CoreOf(stream)->SeekLeft(0, true);
+  return stream;
+}
+
+bool aoStorage::RemoveStream(const char* name) {
+  return Guarded(false, [&] {
+    return detail::IsUsableName(name) && (core->streamMap.Remove(name) || Fail(Error::kNotFound));
+  });
+}
+
+}  // namespace aostorage
