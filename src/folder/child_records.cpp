@@ -1,0 +1,303 @@
+#include "folder/child_records.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include "platform/last_error.h"
+#include "storage/root_streams.h"
+
+namespace aostorage::detail {
+namespace {
+
+constexpr auto kRecordSize = static_cast<std::uint32_t>(StreamHeader::kSize);
+
+}  // namespace
+
+void ChildRecords::Forget() {
+  folder.Shared()->index.reset();
+  scan.reset();
+  begunHere = verified = false;
+}
+
+FolderIndex* ChildRecords::Index() {
+  SharedStream& shared = *folder.Shared();
+  const std::uint64_t epoch = storage.IndexEpoch();
+  if (shared.index != nullptr && (shared.indexEpoch != epoch || !shared.index->Reliable()))
+    Forget();
+  if (shared.index == nullptr) {
+    scan.emplace(storage.file, ChainCursor::AtStart(shared.onDisk.firstBlock));
+    std::uint32_t count = 0;
+    if (scan->ReadCount(count) != ChildScan::Result::kRecord) {
+      folder.SetChildCount(0);
+      Fail(Error::kDamaged);
+      return nullptr;
+    }
+    shared.index = std::make_unique<FolderIndex>(count, scan->Pieces(), scan->Cursor());
+    shared.indexEpoch = epoch;
+    begunHere = verified = true;
+  }
+  folder.SetChildCount(shared.index->CountWord());
+  return shared.index.get();
+}
+
+bool ChildRecords::ReadCount() { return Index() != nullptr; }
+
+// Takes one more slot into the index. kAbsent: the chain has no further whole record.
+ChildRecords::Result ChildRecords::ScanSlot(FolderIndex& index, ChildRecord& record) {
+  if (!scan) scan.emplace(storage.file, index.End());
+  switch (scan->ReadRecord(record.header)) {
+    case ChildScan::Result::kFailed:
+      return Result::kFailed;
+    case ChildScan::Result::kEnd:
+      index.SetChainEnded();
+      return Result::kAbsent;
+    case ChildScan::Result::kRecord:
+      break;
+  }
+  record.slotIndex = index.Scanned();
+  record.place = HeaderPlace(scan->Pieces());
+  index.AddSlot(record.header, scan->Pieces(), scan->Cursor());
+  return Result::kFound;
+}
+
+bool ChildRecords::ScanAll(FolderIndex& index) {
+  ChildRecord passed;
+  while (!index.Complete()) {
+    if (ScanSlot(index, passed) == Result::kFailed) return false;
+  }
+  return true;
+}
+
+ChildRecords::Result ChildRecords::ScanFor(const char* name, FolderIndex& index,
+                                           ChildRecord& record) {
+  while (!index.Complete()) {
+    const Result result = ScanSlot(index, record);
+    if (result == Result::kFailed) return result;
+    if (result == Result::kFound && HasName(record.header, name)) return result;
+  }
+  return Result::kAbsent;
+}
+
+// For a name that the index confuses with another.
+ChildRecords::Result ChildRecords::FindByScan(const char* name, ChildRecord& record) {
+  Forget();
+  const FolderIndex* index = Index();
+  if (index == nullptr) return Result::kFailed;
+  ChildScan whole(storage.file, index->End());
+  for (std::uint32_t i = 0; i < index->CountWord(); ++i) {
+    const ChildScan::Result result = whole.ReadRecord(record.header);
+    if (result != ChildScan::Result::kRecord) {
+      return result == ChildScan::Result::kEnd ? Result::kAbsent : Result::kFailed;
+    }
+    if (HasName(record.header, name)) {
+      record.slotIndex = i;
+      record.place = HeaderPlace(whole.Pieces());
+      return Result::kFound;
+    }
+  }
+  return Result::kAbsent;
+}
+
+bool ChildRecords::ReadSlot(const FolderIndex& index, std::uint32_t slotIndex,
+                            ChildRecord& record) {
+  record.slotIndex = slotIndex;
+  record.place = index.PlaceOf(slotIndex);
+  StreamHeader::Bytes bytes;
+  if (!record.place.Read(storage.file, bytes)) return false;
+  record.header = StreamHeader::Decode(bytes.data());
+  return true;
+}
+
+bool ChildRecords::MayBelieve() {
+  if (!verified) verified = !storage.OthersChangedFile();
+  return verified;
+}
+
+ChildRecords::Result ChildRecords::Find(const char* name, ChildRecord& record) {
+  for (;;) {
+    FolderIndex* index = Index();
+    if (index == nullptr) return Result::kFailed;
+    const std::optional<std::uint32_t> known = index->SlotOf(name);
+    if (known && *known < index->CountWord()) {
+      if (!ReadSlot(*index, *known, record)) return Result::kFailed;
+      if (HasName(record.header, name)) {
+        folder.PlaceCursor(index->CursorAt(*known));
+        return Result::kFound;
+      }
+      if (begunHere) return FindByScan(name, record);
+      Forget();
+      continue;
+    }
+    const Result result = ScanFor(name, *index, record);
+    if (result == Result::kFound) folder.PlaceCursor(index->CursorAt(record.slotIndex));
+    if (result == Result::kFailed) Fail(Error::kDamaged);
+    if (result != Result::kAbsent || MayBelieve()) return result;
+    Forget();
+  }
+}
+
+bool ChildRecords::Add(const char* name, std::uint32_t packedKind, ChildRecord& record) {
+  for (;;) {
+    FolderIndex* index = Index();
+    if (index == nullptr) return false;
+    if (!ScanAll(*index)) return Fail(Error::kDamaged);
+    if (!MayBelieve()) {
+      Forget();
+      continue;
+    }
+    const std::optional<std::uint32_t> vacated = index->FirstVacated();
+    const std::optional<std::uint32_t> damaged = index->FirstDamaged();
+    if (damaged && (!vacated || *damaged < *vacated)) return Fail(Error::kDamaged);
+    if (!vacated) return Append(*index, name, packedKind, record);
+    const Step step = AddInVacated(*index, *vacated, name, packedKind, record);
+    if (step != Step::kAgain) return step == Step::kDone;
+    Forget();
+  }
+}
+
+ChildRecords::Step ChildRecords::AddInVacated(FolderIndex& index, std::uint32_t slotIndex,
+                                              const char* name, std::uint32_t packedKind,
+                                              ChildRecord& record) {
+  if (!ReadSlot(index, slotIndex, record)) return Step::kFailed;
+  if (IsInUse(record.header) || !HasMagic(record.header)) {
+    if (!begunHere) return Step::kAgain;  // taken by another handle
+    Fail(Error::kDamaged);
+    return Step::kFailed;
+  }
+  std::uint32_t lastBlock = record.header.lastBlock;
+  std::uint32_t firstBlock = record.header.firstBlock;
+  if (PackedFolder(packedKind)) {
+    bool fit = true;
+    if (!EmptyChain(storage, firstBlock, fit)) return Step::kFailed;
+    if (!fit) firstBlock = lastBlock = 0;
+  }
+  record.header = NewStreamHeader(name, packedKind, lastBlock, firstBlock);
+  const StreamHeader::Bytes bytes = StreamHeader::Encode(record.header);
+  bool written = false;
+  if (FolderPayload::SlotPosition(slotIndex + 1) <= folder.Header().length) {
+    written = storage.WriteHeader(record.place, 0, bytes.data(), bytes.size());
+    if (written) PlaceBehind(index, record);
+  } else {  // the folder was shortened: writing there makes it longer again
+    folder.PlaceCursor(index.CursorAt(slotIndex));
+    written = folder.Write(bytes.data(), kRecordSize, false) == kRecordSize;
+  }
+  if (!written) {
+    Forget();
+    return Step::kFailed;
+  }
+  index.SlotTaken(slotIndex, name);
+  return Step::kDone;
+}
+
+bool ChildRecords::Append(FolderIndex& index, const char* name, std::uint32_t packedKind,
+                          ChildRecord& record) {
+  record.header = NewStreamHeader(name, packedKind, 0, 0);
+  record.slotIndex = index.Scanned();
+  const StreamHeader::Bytes bytes = StreamHeader::Encode(record.header);
+  FilePieces pieces;
+  folder.PlaceCursor(index.End());
+  if (folder.Write(bytes.data(), kRecordSize, false, &pieces) != kRecordSize) {
+    Forget();
+    return false;
+  }
+  record.place = HeaderPlace(pieces);
+  index.AddSlot(record.header, pieces, folder.Cursor());
+  // A count that lies stays a lie, but it does not come round to 0.
+  if (index.CountWord() != std::numeric_limits<std::uint32_t>::max())
+    folder.SetChildCount(index.CountWord() + 1);
+  return true;
+}
+
+bool ChildRecords::WriteCount() {
+  FolderIndex* index = folder.Shared()->index.get();
+  const std::uint32_t count = folder.ChildCount();
+  std::array<std::uint8_t, FolderPayload::kCountSize> bytes{};
+  Store32(bytes.data(), count);
+  bool written = false;
+  if (index != nullptr && index->CountOffset() != 0 &&
+      folder.Header().length >= FolderPayload::kCountSize) {
+    written = index->CountWord() == count ||
+              storage.Write(index->CountOffset(), bytes.data(), bytes.size());
+    folder.Rewind();
+    folder.SkipLoaded(FolderPayload::kCountSize);
+  } else {
+    folder.Rewind();
+    written =
+        folder.Write(bytes.data(), FolderPayload::kCountSize, false) == FolderPayload::kCountSize;
+  }
+  if (!written) {
+    Forget();
+    return false;
+  }
+  if (index != nullptr) index->SetCountWord(count);
+  return true;
+}
+
+ChildRecords::Result ChildRecords::NextInUse(std::uint32_t& slotIndex, bool bounded,
+                                             ChildRecord& record) {
+  for (;;) {
+    FolderIndex* index = Index();
+    if (index == nullptr) return Result::kFailed;
+    std::optional<std::uint32_t> next = index->NextToVisit(slotIndex);
+    bool justRead = false;
+    while (!next && !index->Complete()) {
+      if (ScanSlot(*index, record) == Result::kFailed) return Result::kFailed;
+      if (index->Scanned() > slotIndex) next = index->NextToVisit(index->Scanned() - 1);
+      justRead = next.has_value();
+    }
+    if (!next) {
+      if (!MayBelieve()) {
+        Forget();
+        continue;
+      }
+      if (!bounded) return NextBehindCount(*index, slotIndex, record);
+      slotIndex = std::max(slotIndex, index->Scanned());
+      return Result::kAbsent;
+    }
+    if (!justRead && !ReadSlot(*index, *next, record)) return Result::kFailed;
+    if (!justRead && !begunHere && (!IsInUse(record.header) || !HasMagic(record.header))) {
+      Forget();  // changed by another handle, perhaps: a fresh scan tells
+      continue;
+    }
+    slotIndex = *next;
+    if (!HasMagic(record.header) || !IsInUse(record.header))
+      return Fail(Error::kDamaged), Result::kFailed;
+    PlaceBehind(*index, record);
+    return Result::kFound;
+  }
+}
+
+// Slots behind those that the count word promises: an interrupted creation leaves one.
+ChildRecords::Result ChildRecords::NextBehindCount(const FolderIndex& index,
+                                                   std::uint32_t& slotIndex, ChildRecord& record) {
+  if (index.NothingBehind()) return Result::kAbsent;
+  ChildScan further(storage.file, index.End());
+  for (std::uint32_t i = index.Scanned();; ++i) {
+    const ChildScan::Result result = further.ReadRecord(record.header);
+    if (result == ChildScan::Result::kFailed) return Result::kFailed;
+    if (result == ChildScan::Result::kEnd) return Result::kAbsent;
+    if (i < slotIndex) continue;
+    slotIndex = i;
+    if (!HasMagic(record.header)) return Fail(Error::kDamaged), Result::kFailed;
+    if (!IsInUse(record.header)) {
+      ++slotIndex;
+      continue;
+    }
+    record.slotIndex = i;
+    record.place = HeaderPlace(further.Pieces());
+    folder.PlaceCursor(further.Cursor());
+    return Result::kFound;
+  }
+}
+
+void ChildRecords::PlaceBehind(const FolderIndex& index, const ChildRecord& record) {
+  folder.PlaceCursor(index.CursorAt(record.slotIndex));
+  if (record.place.IsWhole()) {
+    folder.SkipLoaded(kRecordSize);
+  } else {
+    folder.SeekRight(kRecordSize, false);
+  }
+}
+
+}  // namespace aostorage::detail

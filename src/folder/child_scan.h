@@ -1,0 +1,69 @@
+// Reads a folder's data in whole stretches.
+#ifndef AOSTORAGE_FOLDER_CHILD_SCAN_H_
+#define AOSTORAGE_FOLDER_CHILD_SCAN_H_
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/file.h"
+#include "storage/chain_cursor.h"
+#include "storage/header_place.h"
+#include "storage/records.h"
+
+namespace aostorage::detail {
+
+// A part of the file in memory, for the length of one scan. The blocks of a folder lie near each
+// other as a rule, with their children's small blocks between: one read brings many of them.
+class FileWindow {
+ public:
+  explicit FileWindow(File& openFile) : file(openFile) {}
+  // False when the file cannot be read or ends before the bytes do.
+  [[nodiscard]] bool Read(std::uint64_t offset, std::uint8_t* out, std::uint32_t count);
+
+ private:
+  // The first read is small, since most folders are; each further one is larger.
+  static constexpr std::uint32_t kFirstSize = 4096;
+  static constexpr std::uint32_t kLargestSize = 65536;
+
+  File& file;
+  std::uint64_t start = 0;
+  std::vector<std::uint8_t> bytes;
+  std::uint32_t nextSize = kFirstSize;
+};
+
+// Reads the records of a folder one behind the other.
+class ChildScan {
+ public:
+  enum class Result {
+    kRecord,
+    kEnd,     // no byte is left in the chain, or too few for a whole record
+    kFailed,  // a block is damaged or cannot be read
+  };
+
+  // The cursor is taken as it stands; its block's header is read anew.
+  ChildScan(File& file, const ChainCursor& start) : window(file), cursor(start) {
+    cursor.loaded = false;
+  }
+
+  // The folder's count word. kEnd when there are too few bytes for it.
+  Result ReadCount(std::uint32_t& count);
+  // On kEnd and kFailed the cursor stands where the record would begin.
+  Result ReadRecord(tag_aoStream& record);
+
+  // Behind what was read last.
+  const ChainCursor& Cursor() const { return cursor; }
+  // Where in the file the bytes read last lie.
+  const FilePieces& Pieces() const { return pieces; }
+
+ private:
+  Result ReadBytes(std::uint8_t* out, std::uint32_t count);
+  [[nodiscard]] bool Load();
+
+  FileWindow window;
+  ChainCursor cursor;
+  FilePieces pieces;
+};
+
+}  // namespace aostorage::detail
+
+#endif  // AOSTORAGE_FOLDER_CHILD_SCAN_H_

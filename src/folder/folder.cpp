@@ -1,0 +1,160 @@
+// The public operations on the children of a folder.
+#include <algorithm>
+
+#include <aostorage/stream.h>
+
+#include "folder/child_records.h"
+#include "folder/child_streams.h"
+#include "platform/last_error.h"
+#include "stream/stream_maker.h"
+
+namespace aostorage {
+
+using detail::ChildRecord;
+using detail::ChildRecords;
+using detail::ChildStreams;
+using detail::Fail;
+using detail::FolderPayload;
+using detail::Guarded;
+using detail::StreamCore;
+using detail::StreamMaker;
+
+namespace {
+
+// Only a folder's data is ever read as child records.
+bool IsOpenFolder(const StreamCore* core) {
+  if (core == nullptr || !core->IsFolder()) return Fail(Error::kRefused);
+  return !core->IsRemoved() || Fail(Error::kNotFound);
+}
+
+void GiveRecord(const ChildRecord& record, tag_aoStream& header, tag_aoStreamOffset& offset) {
+  header = record.header;
+  offset = {record.place.Offset(), 0, 0, detail::DurationSeconds(record.header)};
+}
+
+std::uint32_t CookieOf(std::uint32_t slotIndex) { return FolderPayload::SlotPosition(slotIndex); }
+
+}  // namespace
+
+bool aoStream::FindStream(const char* name, tag_aoStream& header, tag_aoStreamOffset& offset) {
+  return Guarded(false, [&] {
+    if (!IsOpenFolder(core.get()) || !detail::IsUsableName(name)) return false;
+    ChildRecord record;
+    const ChildRecords::Result result = ChildRecords(*core).Find(name, record);
+    if (result == ChildRecords::Result::kAbsent) Fail(Error::kNotFound);
+    if (result != ChildRecords::Result::kFound) return false;
+    GiveRecord(record, header, offset);
+    return true;
+  });
+}
+
+bool aoStream::AddStreamHeader(const char* name, std::uint32_t packedKind, tag_aoStream& header,
+                               tag_aoStreamOffset& offset) {
+  return Guarded(false, [&] {
+    if (!IsOpenFolder(core.get()) || !detail::IsUsableName(name)) return false;
+    ChildRecord record;
+    ChildRecords records(*core);
+    if (!records.Add(name, packedKind, record)) return false;
+    // An appended record is not counted until somebody writes the count word.
+    const detail::FolderIndex* index = core->Shared()->index.get();
+    if (index != nullptr && core->ChildCount() != index->CountWord()) records.Forget();
+    GiveRecord(record, header, offset);
+    return true;
+  });
+}
+
+aoStream* aoStream::CreateStream(const char* name, std::uint32_t packedKind, std::uint32_t flags) {
+  if (!IsOpenFolder(core.get())) return nullptr;
+  return StreamMaker::Make([&] { return ChildStreams(*core).Create(name, packedKind, flags); });
+}
+
+aoStream* aoStream::OpenStream(const char* name, std::uint32_t flags) {
+  if (!IsOpenFolder(core.get())) return nullptr;
+  return StreamMaker::Make([&] { return ChildStreams(*core).Open(name, flags); });
+}
+
+aoStream* aoStream::OpenOrCreateStream(const char* name, std::int32_t packedKind) {
+  return OpenOrCreateStream(name, static_cast<std::uint32_t>(packedKind), kWriteFlags);
+}
+
+aoStream* aoStream::OpenOrCreateStream(const char* name, std::uint32_t packedKind,
+                                       std::uint32_t flags) {
+  if (!IsOpenFolder(core.get())) return nullptr;
+  return StreamMaker::Make(
+      [&] { return ChildStreams(*core).OpenOrCreate(name, packedKind, flags); });
+}
+
+t_OpenStream* aoStream::IsStreamOpen(const char* name) {
+  return Guarded<t_OpenStream*>(nullptr, [&]() -> t_OpenStream* {
+    return core != nullptr && detail::IsUsableName(name) ? core->Children().Find(name) : nullptr;
+  });
+}
+
+aoStream* aoStream::OpenStreamFirst(std::uint32_t& cookie, std::uint32_t flags) {
+  if (!IsOpenFolder(core.get())) return nullptr;
+  return StreamMaker::Make([&] {
+    std::unique_ptr<StreamCore> child;
+    ChildStreams children(*core);
+    if (!children.ReadCount()) return child;
+    cookie = CookieOf(0);
+    if (static_cast<std::int32_t>(core->ChildCount()) <= 0) return child;
+    std::uint32_t slotIndex = 0;
+    children.OpenNext(slotIndex, true, flags, child);
+    cookie = CookieOf(slotIndex);
+    return child;
+  });
+}
+
+aoStream* aoStream::OpenStreamNext(std::uint32_t& cookie, std::uint32_t flags) {
+  if (!IsOpenFolder(core.get())) return nullptr;
+  return StreamMaker::Make([&] {
+    std::unique_ptr<StreamCore> child;
+    // Any other number did not come from a walk.
+    if (cookie < CookieOf(0) || (cookie - CookieOf(0)) % detail::StreamHeader::kSize != 0) {
+      Fail(Error::kBadArgument);
+      return child;
+    }
+    std::uint32_t slotIndex =
+        (cookie - CookieOf(0)) / static_cast<std::uint32_t>(detail::StreamHeader::kSize);
+    ChildStreams(*core).OpenNext(slotIndex, false, flags, child);
+    cookie = CookieOf(slotIndex);
+    return child;
+  });
+}
+
+void aoStream::EnumStreams(std::vector<std::string>& names) {
+  Guarded(false, [&] {
+    if (!IsOpenFolder(core.get())) return false;
+    ChildStreams::ListNames(*core, names);
+    return true;
+  });
+}
+
+bool aoStream::Rename(const char* newName) {
+  return Guarded(false, [&] {
+    if (core == nullptr) return Fail(Error::kRefused);
+    if (!core->MayChange()) return false;
+    if (newName == nullptr || *newName == '\0') return Fail(Error::kBadArgument);
+    return detail::RenameStream(*core, newName);
+  });
+}
+
+bool aoStream::Remove() {
+  const bool removed = Guarded(false, [&] {
+    if (core == nullptr) return Fail(Error::kRefused);
+    if ((core->OpenFlags() & kStreamWrite) == 0) return Fail(Error::kRefused);
+    if (core->IsFolder() && !core->IsRemoved() && !detail::RemoveChildren(*core)) return false;
+    return detail::VacateSlot(*core, StreamCore::Sharing::kLasting);
+  });
+  if (removed) StreamMaker::End(this);
+  return removed;
+}
+
+void aoStream::ClearFolder() {
+  Guarded(false, [&] {
+    if (!IsOpenFolder(core.get())) return false;
+    return detail::RemoveChildren(*core);
+  });
+}
+
+}  // namespace aostorage
