@@ -2,14 +2,6 @@
 
 namespace aostorage::detail {
 
-std::uint64_t FolderIndex::HashOf(std::string_view name) {
-  constexpr std::uint64_t kBasis = 14695981039346656037U;
-  constexpr std::uint64_t kPrime = 1099511628211U;
-  std::uint64_t hash = kBasis;
-  for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * kPrime;
-  return hash;
-}
-
 void FolderIndex::AddSlot(const tag_aoStream& record, const FilePieces& pieces,
                           const ChainCursor& after) {
   const std::uint32_t slotIndex = Scanned();
@@ -46,9 +38,7 @@ void FolderIndex::SlotTaken(std::uint32_t slotIndex, std::string_view name) {
 }
 
 std::optional<std::uint32_t> FolderIndex::SlotOf(std::string_view name) const {
-  const auto found = slotByName.find(HashOf(name));
-  if (found == slotByName.end()) return std::nullopt;
-  return found->second;
+  return slotByName.Find(HashOfName(name), [](std::uint32_t) { return true; });
 }
 
 std::optional<std::uint32_t> FolderIndex::FirstVacated() const {
@@ -77,17 +67,17 @@ ChainCursor FolderIndex::CursorAt(std::uint32_t slotIndex) const {
 }
 
 void FolderIndex::AddName(std::uint32_t slotIndex, std::string_view name) {
-  const auto [present, added] = slotByName.try_emplace(HashOf(name), slotIndex);
-  if (added) return;
-  duplicates = true;
-  if (slotIndex < present->second) present->second = slotIndex;
+  const std::optional<std::uint32_t> present = SlotOf(name);
+  if (present) duplicates = true;
+  if (present && *present < slotIndex) return;
+  if (present) slotByName.Erase(HashOfName(name), *present);
+  slotByName.Insert(HashOfName(name), slotIndex);
 }
 
 // With a name in two slots, the one that is left can be any of those seen.
 void FolderIndex::DropName(std::uint32_t slotIndex, std::string_view name) {
   if (duplicates) confused = true;
-  const auto found = slotByName.find(HashOf(name));
-  if (found != slotByName.end() && found->second == slotIndex) slotByName.erase(found);
+  slotByName.Erase(HashOfName(name), slotIndex);
 }
 
 }  // namespace aostorage::detail

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "storage/chain_cursor.h"
+#include "storage/hash_index.h"
 #include "storage/header_place.h"
 
 namespace aostorage::detail {
@@ -75,7 +76,6 @@ class FolderIndex {
     bool damaged;
   };
 
-  static std::uint64_t HashOf(std::string_view name);
   void AddName(std::uint32_t slotIndex, std::string_view name);
   void DropName(std::uint32_t slotIndex, std::string_view name);
 
@@ -87,7 +87,7 @@ class FolderIndex {
   bool confused = false;
   std::vector<Slot> slots;
   std::unordered_map<std::uint32_t, FilePieces> splitSlots;  // those that lie across blocks
-  std::unordered_map<std::uint64_t, std::uint32_t> slotByName;
+  HashIndex slotByName;                                      // first slot of each name
   std::set<std::uint32_t> vacated;
   std::optional<std::uint32_t> firstDamaged;
 };

@@ -13,7 +13,6 @@ constexpr std::uint64_t kPlaceMask = (std::uint64_t{1} << kPlaceBits) - 1;
 constexpr int kGenerationBits = static_cast<int>(sizeof(CMapSort::EntryId) * 8) - 1 - kPlaceBits;
 constexpr std::uint32_t kGenerationMask =
     static_cast<std::uint32_t>((std::uint64_t{1} << kGenerationBits) - 1);
-constexpr std::size_t kFirstIndexSize = 32;
 
 }  // namespace
 
@@ -39,13 +38,15 @@ const CMapSort::Entry* CMapSort::EntryOf(EntryId id) const {
   return entry.used && IdOf(entry) == id ? &entry : nullptr;
 }
 
-CMapSort::Entry* CMapSort::FindEntry(std::string_view name) const {
-  if (count == 0 || name.size() > kMaxNameLength) return nullptr;
-  const std::uint32_t hash = HashKey(name);
-  for (std::size_t i = HomeOf(hash); index[i] != nullptr; i = (i + 1) & (index.size() - 1)) {
-    if (index[i]->hash == hash && name == index[i]->name.data()) return index[i];
-  }
-  return nullptr;
+const CMapSort::Entry* CMapSort::FindEntry(std::string_view name) const {
+  const auto place = index.Find(HashOfName(name), [&](std::uint32_t candidate) {
+    return name == pool[candidate].name.data();
+  });
+  return place ? &pool[*place] : nullptr;
+}
+
+CMapSort::Entry* CMapSort::FindEntry(std::string_view name) {
+  return const_cast<Entry*>(static_cast<const CMapSort*>(this)->FindEntry(name));
 }
 
 bool CMapSort::Lookup(std::string_view name, tag_aoStreamOffset& locator) const {
@@ -60,8 +61,8 @@ void CMapSort::Store(std::string_view name, const tag_aoStreamOffset& locator) {
     present->locator = locator;
     return;
   }
-  if ((count + 1) * 2 > index.size()) GrowIndex();
   Entry* entry = TakeFromPool();
+  index.Insert(HashOfName(name), entry->place);
   entry->used = true;
   entry->hash = HashKey(name);
   entry->name.fill('\0');
@@ -72,7 +73,6 @@ void CMapSort::Store(std::string_view name, const tag_aoStreamOffset& locator) {
   entry->next = front;
   if (front != nullptr) front->previous = entry;
   front = entry;
-  IndexInsert(entry);
   ++count;
   sortedValid = false;
 }
@@ -80,14 +80,13 @@ void CMapSort::Store(std::string_view name, const tag_aoStreamOffset& locator) {
 bool CMapSort::Remove(std::string_view name) {
   Entry* entry = FindEntry(name);
   if (entry == nullptr) return false;
-  freeEntries.reserve(freeEntries.size() + 1);  // the only step that can fail comes first
-  IndexErase(entry);
+  freeEntries.push_back(entry);  // the only step that can fail comes first
+  index.Erase(HashOfName(name), entry->place);
   Entry*& front = buckets[entry->hash % kBucketCount];
   (entry->previous != nullptr ? entry->previous->next : front) = entry->next;
   if (entry->next != nullptr) entry->next->previous = entry->previous;
   entry->used = false;
   ++entry->generation;
-  freeEntries.push_back(entry);
   --count;
   sortedValid = false;
   return true;
@@ -150,35 +149,6 @@ CMapSort::Entry* CMapSort::TakeFromPool() {
   Entry& entry = pool.emplace_back();
   entry.place = static_cast<std::uint32_t>(pool.size() - 1);
   return &entry;
-}
-
-void CMapSort::IndexInsert(Entry* entry) {
-  std::size_t i = HomeOf(entry->hash);
-  while (index[i] != nullptr) i = (i + 1) & (index.size() - 1);
-  index[i] = entry;
-}
-
-// Closes the gap behind a removed entry, so that no search ends at it too early.
-void CMapSort::IndexErase(const Entry* entry) {
-  const std::size_t mask = index.size() - 1;
-  std::size_t gap = HomeOf(entry->hash);
-  while (index[gap] != entry) gap = (gap + 1) & mask;
-  for (std::size_t i = (gap + 1) & mask; index[i] != nullptr; i = (i + 1) & mask) {
-    const std::size_t home = HomeOf(index[i]->hash);
-    if (((i - home) & mask) >= ((i - gap) & mask)) {
-      index[gap] = index[i];
-      gap = i;
-    }
-  }
-  index[gap] = nullptr;
-}
-
-void CMapSort::GrowIndex() {
-  std::vector<Entry*> old(std::max(kFirstIndexSize, index.size() * 2), nullptr);
-  old.swap(index);
-  for (Entry* entry : old) {
-    if (entry != nullptr) IndexInsert(entry);
-  }
 }
 
 }  // namespace aostorage::detail

@@ -12,6 +12,8 @@
 
 #include <aostorage/types.h>
 
+#include "storage/hash_index.h"
+
 namespace aostorage::detail {
 
 // A deterministic 32-bit hash of a name. The order of the unsorted walk follows from it, so it must
@@ -63,30 +65,28 @@ class CMapSort {
  private:
   static constexpr std::size_t kBucketCount = 17;
 
-  struct Entry {
+  // What a lookup reads lies side by side, in one cache line for most names.
+  struct alignas(64) Entry {
+    tag_aoStreamOffset locator{};
     std::array<char, kMaxNameLength + 1> name{};
     bool used = false;
     std::uint32_t hash = 0;
     std::uint32_t generation = 0;  // counts the lives of this place in the pool
     std::uint32_t place = 0;       // index in the pool
-    tag_aoStreamOffset locator{};
-    Entry* next = nullptr;  // neighbours in the bucket
+    Entry* next = nullptr;         // neighbours in the bucket
     Entry* previous = nullptr;
   };
 
   static EntryId IdOf(const Entry& entry);
   const Entry* EntryOf(EntryId id) const;
-  Entry* FindEntry(std::string_view name) const;
+  Entry* FindEntry(std::string_view name);
+  const Entry* FindEntry(std::string_view name) const;
   Entry* TakeFromPool();
-  void IndexInsert(Entry* entry);
-  void IndexErase(const Entry* entry);
-  void GrowIndex();
-  std::size_t HomeOf(std::uint32_t hash) const { return hash & (index.size() - 1); }
 
   std::array<Entry*, kBucketCount> buckets{};
   std::deque<Entry> pool;  // entries never move
   std::vector<Entry*> freeEntries;
-  std::vector<Entry*> index;  // open addressing, a power of two in size, at most half full
+  HashIndex index;  // name to place in the pool
   std::size_t count = 0;
 
   std::vector<EntryId> sortedEntries;
