@@ -14,6 +14,27 @@ constexpr int kGenerationBits = static_cast<int>(sizeof(CMapSort::EntryId) * 8) 
 constexpr std::uint32_t kGenerationMask =
     static_cast<std::uint32_t>((std::uint64_t{1} << kGenerationBits) - 1);
 
+// Most names differ in their first bytes: those stand in a number, so that the sort seldom leaves
+// its array.
+struct SortKey {
+  std::uint64_t prefix;
+  const char* name;
+  CMapSort::EntryId id;
+
+  bool operator<(const SortKey& other) const {
+    return prefix != other.prefix ? prefix < other.prefix : std::strcmp(name, other.name) < 0;
+  }
+};
+
+std::uint64_t PrefixOf(const char* name) {
+  std::uint64_t prefix = 0;
+  for (int i = 0; i < 8; ++i) {
+    prefix = (prefix << 8) | static_cast<unsigned char>(*name);
+    if (*name != '\0') ++name;
+  }
+  return prefix;
+}
+
 }  // namespace
 
 std::uint32_t HashKey(std::string_view name) {
@@ -120,18 +141,16 @@ void CMapSort::Sort(bool descending) {
   if (sortedValid && sortDescending == descending) return;
   sortedValid = false;
   sortDescending = descending;
-  std::vector<const Entry*> order;
+  std::vector<SortKey> order;
   order.reserve(count);
   for (const Entry& entry : pool) {
-    if (entry.used) order.push_back(&entry);
+    if (entry.used) order.push_back({PrefixOf(entry.name.data()), entry.name.data(), IdOf(entry)});
   }
-  std::sort(order.begin(), order.end(), [descending](const Entry* a, const Entry* b) {
-    const int difference = std::strcmp(a->name.data(), b->name.data());
-    return descending ? difference > 0 : difference < 0;
-  });
+  std::sort(order.begin(), order.end());
+  if (descending) std::reverse(order.begin(), order.end());
   sortedEntries.clear();
   sortedEntries.reserve(order.size());
-  for (const Entry* entry : order) sortedEntries.push_back(IdOf(*entry));
+  for (const SortKey& key : order) sortedEntries.push_back(key.id);
   sortedValid = true;
 }
 
