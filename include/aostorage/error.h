@@ -24,8 +24,9 @@ enum class Error {
   kInputOutput,   ///< any other failed call on the file
 };
 
-/// The reason of the most recent failure of an operation on this thread. Only a failure sets it:
-/// after a success it keeps what it had.
+/// The reason of the most recent failure of an operation on this thread. Look at it right after an
+/// operation has failed: one that succeeds may have tried another way first and leaves anything
+/// here.
 AOSTORAGE_API Error LastError() noexcept;
 
 /// The operating system's error number (`errno`) behind LastError, 0 when the system had no part in

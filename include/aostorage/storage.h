@@ -189,6 +189,8 @@ class AOSTORAGE_API aoStorage {
 
  private:
   explicit aoStorage(std::shared_ptr<detail::StorageCore> openCore);
+  template <typename OpenBody>
+  static aoStorage* Make(const char* fileName, OpenBody openCore);
   ~aoStorage();
 
   std::shared_ptr<detail::StorageCore> core;

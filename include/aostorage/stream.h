@@ -19,8 +19,14 @@ class StreamCore;
 struct StreamMaker;
 }  // namespace detail
 
+// Objects of a storage end by Release and Remove, never through a base pointer: the destructor is
+// meant so.
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#endif
+
 /// One open stream of a storage file.
-///
 /// Objects come from the opening and creating operations and end by Release or a successful Remove;
 /// the destructor closes nothing. An object has a copy of its stream's header, taken at the open,
 /// and a cursor shared by reading and writing. A parent object outlives its open children, the
@@ -243,6 +249,10 @@ class AOSTORAGE_API aoStream {
 
   std::unique_ptr<detail::StreamCore> core;
 };
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
 
 }  // namespace aostorage
 

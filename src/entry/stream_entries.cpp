@@ -164,7 +164,7 @@ int aoStream::GetEntryErasedOld(const char* name, std::uint8_t** buffer, std::ui
     const std::uint32_t length = child->Header().length;
     if (length == 0) return 1;
     // A length that the file has no room for is damage, and no reason to ask for that much memory.
-    if (length > child->Storage().file.KnownSize()) return Fail(Error::kDamaged), 0;
+    if (!child->Storage().file.Holds(length)) return Fail(Error::kDamaged), 0;
     detail::HeapBlock bytes(detail::HeapAllocate(length));
     if (bytes == nullptr || !detail::ReadErased(*child, bytes.get(), length)) return 0;
     *buffer = bytes.release();

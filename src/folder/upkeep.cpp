@@ -1,6 +1,7 @@
 // Renaming streams and vacating their slots.
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -12,21 +13,24 @@ namespace aostorage::detail {
 bool RenameStream(StreamCore& stream, const char* newName) {
   StorageCore& storage = stream.Storage();
   const std::string oldName = stream.Header().name;
-  SharedStream* folder = stream.Folder();
-  if (!stream.WriteName(newName)) {
-    if (folder != nullptr) folder->index.reset();
+  // All that takes memory comes before the file is changed.
+  std::string cutName(std::string_view(newName).substr(0, kMaxNameLength));
+  std::string key = cutName;
+  if (!stream.IsChild()) storage.streamMap.MakeRoom();
+  if (!stream.WriteName(cutName)) {
+    stream.ForgetFolderIndex();
     return false;
   }
-  const char* cutName = stream.Header().name;
-  stream.OwningRegistry().Rename(oldName, cutName);
-  if (folder == nullptr) {
+  if (stream.IsChild()) {
+    stream.ChangeFolderIndex(
+        [&](FolderIndex& index) { index.SlotRenamed(stream.SlotIndex(), oldName, cutName); });
+  } else {
     tag_aoStreamOffset locator = stream.Locator();
     locator.durationSeconds = DurationSeconds(stream.Header());
     storage.streamMap.Remove(oldName);
     storage.streamMap.Store(cutName, locator);
-  } else if (folder->index != nullptr) {
-    folder->index->SlotRenamed(stream.SlotIndex(), oldName, cutName);
   }
+  stream.OwningRegistry().Rename(oldName, std::move(cutName), std::move(key));
   return true;
 }
 
@@ -37,15 +41,15 @@ bool VacateSlot(StreamCore& stream, StreamCore::Sharing sharing) {
   if (!stream.IsChild()) storage.streamMap.Remove(name);
   if (stream.IsRemoved())
     return true;  // through another object; the slot may be somebody else's by now
-  SharedStream* folder = stream.Folder();
   if (!stream.WriteVacated()) {
-    if (folder != nullptr) folder->index.reset();
+    stream.ForgetFolderIndex();
     return false;
   }
-  if (folder == nullptr) {
+  if (stream.IsChild()) {
+    stream.ChangeFolderIndex(
+        [&](FolderIndex& index) { index.SlotVacated(stream.SlotIndex(), name); });
+  } else {
     storage.directory.SlotVacated(stream.Locator());
-  } else if (folder->index != nullptr) {
-    folder->index->SlotVacated(stream.SlotIndex(), name);
   }
   return true;
 }

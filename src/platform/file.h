@@ -37,6 +37,7 @@ class File {
   enum class Access {
     kRead,       // an existing file
     kReadWrite,  // an existing file
+    kCreate,     // a file that is made if it is not there, for reading and writing
     kCreateNew,  // a file that must not be there yet, for reading and writing
   };
 
@@ -75,6 +76,11 @@ class File {
   std::optional<std::uint64_t> Size();
   // The size of the file is at least this; costs no call. Files of this library never shrink.
   std::uint64_t KnownSize() const { return knownSize; }
+  // Whether the file has at least `size` bytes, which a damaged record may promise. Costs a call
+  // only when the file was shorter when it was last looked at.
+  [[nodiscard]] bool Holds(std::uint64_t size) {
+    return size <= knownSize || (AskStatus() && size <= knownSize);
+  }
   // Whether anybody but this object has changed the file since the last call, as far as its size
   // and modification time tell. A failed call counts as a change.
   bool ChangedByOthers();
@@ -98,6 +104,9 @@ class File {
     std::swap(lastOwnWrite, other.lastOwnWrite);
     std::swap(othersSeen, other.othersSeen);
   }
+  // The steps of an open behind the call: each false with the reason noted.
+  bool MoveAboveStandardStreams();
+  bool LearnStatus();
   // Asks for size and modification time; false with the reason noted when the system refuses.
   bool AskStatus();
   void NoteOwnWrite(std::uint64_t end);

@@ -67,6 +67,8 @@ int OpenFlags(File::Access access) {
       return kAlways | O_RDONLY;
     case File::Access::kReadWrite:
       return kAlways | O_RDWR;
+    case File::Access::kCreate:
+      return kAlways | O_RDWR | O_CREAT;
     case File::Access::kCreateNew:
       return kAlways | O_RDWR | O_CREAT | O_EXCL;
   }
@@ -81,29 +83,30 @@ File File::Open(const std::string& path, Access access) {
       Repeated([&] { return posix::Open(path.c_str(), OpenFlags(access), kNewFileMode); });
   if (file.descriptor < 0) {
     FailWithErrno();
-    return file;
-  }
-  if (file.descriptor < kFirstFreeDescriptor) {
-    const int low = std::exchange(file.descriptor,
-                                  posix::DuplicateAbove(file.descriptor, kFirstFreeDescriptor));
-    if (file.descriptor < 0) FailWithErrno();
-    posix::Close(low);
-    if (file.descriptor < 0) return file;
-  }
-  struct stat status {};
-  if (Repeated([&] { return posix::Status(file.descriptor, &status); }) < 0) {
-    FailWithErrno();
+  } else if (!file.MoveAboveStandardStreams() || !file.LearnStatus()) {
     file.Close();
-  } else if (!S_ISREG(status.st_mode)) {
-    Fail(Error::kNotAStorage);
-    file.Close();
-  } else {
-    file.identity = {static_cast<std::uint64_t>(status.st_dev),
-                     static_cast<std::uint64_t>(status.st_ino)};
-    file.knownSize = file.expectedSize = static_cast<std::uint64_t>(status.st_size);
-    file.lastOwnWrite = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+    if (access == Access::kCreateNew) Delete(path);
   }
   return file;
+}
+
+bool File::MoveAboveStandardStreams() {
+  if (descriptor >= kFirstFreeDescriptor) return true;
+  const int low =
+      std::exchange(descriptor, posix::DuplicateAbove(descriptor, kFirstFreeDescriptor));
+  const bool moved = descriptor >= 0 || FailWithErrno();
+  posix::Close(low);
+  return moved;
+}
+
+bool File::LearnStatus() {
+  struct stat status {};
+  if (Repeated([&] { return posix::Status(descriptor, &status); }) < 0) return FailWithErrno();
+  if (!S_ISREG(status.st_mode)) return Fail(Error::kNotAStorage);
+  identity = {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)};
+  knownSize = expectedSize = static_cast<std::uint64_t>(status.st_size);
+  lastOwnWrite = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+  return true;
 }
 
 void File::Delete(const std::string& path) { posix::Unlink(path.c_str()); }

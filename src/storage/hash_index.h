@@ -33,8 +33,13 @@ class HashIndex {
     return std::nullopt;
   }
 
-  void Insert(std::uint64_t hash, std::uint32_t value) {
+  // The next Insert takes no memory.
+  void MakeRoom() {
     if ((count + 1) * 2 > places.size()) Grow();
+  }
+
+  void Insert(std::uint64_t hash, std::uint32_t value) {
+    MakeRoom();
     Put({hash, value, true});
     ++count;
   }

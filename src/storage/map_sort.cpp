@@ -98,6 +98,17 @@ void CMapSort::Store(std::string_view name, const tag_aoStreamOffset& locator) {
   sortedValid = false;
 }
 
+void CMapSort::MakeRoom() {
+  if (freeEntries.capacity() < freeEntries.size() + 2)
+    freeEntries.reserve(2 * freeEntries.size() + 2);
+  if (freeEntries.empty()) {
+    Entry& spare = pool.emplace_back();
+    spare.place = static_cast<std::uint32_t>(pool.size() - 1);
+    freeEntries.push_back(&spare);
+  }
+  index.MakeRoom();
+}
+
 bool CMapSort::Remove(std::string_view name) {
   Entry* entry = FindEntry(name);
   if (entry == nullptr) return false;

@@ -44,6 +44,8 @@ class CMapSort {
   bool Lookup(std::string_view name, tag_aoStreamOffset& locator) const;
   // Makes the entry if there is none, and gives it this locator.
   void Store(std::string_view name, const tag_aoStreamOffset& locator);
+  // The next Store, after a Remove or not, cannot run out of memory.
+  void MakeRoom();
   // False when the name is not there.
   bool Remove(std::string_view name);
   void Clear();

@@ -28,13 +28,20 @@ class OpenRegistry {
   void Add(std::string_view name, std::uint32_t flags);
   // Takes one use off. The count before it, or kNoRecord.
   std::int32_t Close(std::string_view name);
-  // The name's oldest record follows a renamed stream.
-  void Rename(std::string_view oldName, std::string_view newName);
+  // The name's oldest record follows a renamed stream and keeps its age. The new name comes twice,
+  // for the record and its key, so that nothing is left to allocate.
+  void Rename(const std::string& oldName, std::string newName, std::string newKey) noexcept;
   void Clear() { records.clear(); }
 
  private:
+  struct Record {
+    t_OpenStream open;
+    std::uint64_t number;  // in the order of their making
+  };
+
   // Records of one name stand in the order of their making.
-  std::multimap<std::string, t_OpenStream, std::less<>> records;
+  std::multimap<std::string, Record, std::less<>> records;
+  std::uint64_t nextNumber = 0;
 };
 
 }  // namespace aostorage::detail

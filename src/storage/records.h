@@ -15,7 +15,6 @@
 namespace aostorage::detail {
 
 // --- Integers
-// ---------------------------------------------------------------------------------------------
 
 void Store16(std::uint8_t* to, std::uint16_t value);
 void Store32(std::uint8_t* to, std::uint32_t value);
@@ -25,7 +24,6 @@ std::uint32_t Load32(const std::uint8_t* from);
 std::uint64_t Load64(const std::uint8_t* from);
 
 // --- File header
-// ------------------------------------------------------------------------------------------
 //
 // Current form, 32 bytes
 //   offset  size  field
@@ -57,7 +55,6 @@ struct StorageFileHeader {
 };
 
 // --- Stream header
-// ----------------------------------------------------------------------------------------
 //
 // 80 bytes: a slot of a directory block (root stream) or of a folder's data (child stream)
 //   offset  size  field
@@ -114,7 +111,6 @@ void Vacate(tag_aoStream& header);
 bool IsUsableName(const char* name);
 
 // --- Directory block
-// --------------------------------------------------------------------------------------
 //
 // 5,132 bytes, whatever slotCount says
 //   offset  size  field
@@ -160,7 +156,6 @@ static_assert(DirectoryBlock::kHeadSize + DirectoryBlock::kMaxSlots * StreamHead
               DirectoryBlock::kSize);
 
 // --- Data block
-// -------------------------------------------------------------------------------------------
 //
 // 20 bytes before the data
 //   offset  size  field
@@ -185,7 +180,6 @@ struct BlockHeader {
 };
 
 // --- Folder data
-// ------------------------------------------------------------------------------------------
 //
 // By stream position: a 4-byte count of slots, vacated ones included, then that many stream
 // headers.

@@ -69,6 +69,12 @@ void RootDirectory::Replace(std::size_t blockIndex, const DirectoryBlock& block)
   if (known.freeSlots != 0) blocksWithFreeSlots.insert(blockIndex);
 }
 
+void RootDirectory::Forget() {
+  blocks.clear();
+  blockIndexByOffset.clear();
+  blocksWithFreeSlots.clear();
+}
+
 tag_aoStreamOffset RootDirectory::LocatorOf(const Block& block, std::uint32_t slotIndex) const {
   return {DirectoryBlock::SlotOffset(block.offset, slotIndex), block.offset, block.slotCount, 0};
 }

@@ -59,6 +59,9 @@ class RootDirectory {
   // The first free slot among the reserved ones.
   std::optional<FreeSlot> TakeReserved(File& file) const;
 
+  // The blocks may have changed: they are read again when they are needed.
+  void Forget();
+
   void SlotTaken(const tag_aoStreamOffset& locator) { SetFree(locator, false); }
   void SlotVacated(const tag_aoStreamOffset& locator) { SetFree(locator, true); }
 

@@ -34,8 +34,7 @@ std::unique_ptr<StreamCore> RootStreams::Create(const char* name, std::uint32_t 
   if (!IsUsableName(name)) return nullptr;
   if (storage->streamMap.Has(name)) return Fail(Error::kExists), nullptr;
   std::optional<FreeSlot> slot =
-      fast ? storage->directory.TakeReserved(storage->file)
-           : storage->directory.TakeOrdinary(storage->file, storage->tailOffset);
+      fast ? storage->directory.TakeReserved(storage->file) : storage->TakeOrdinarySlot();
   if (!slot) return nullptr;
   if (PackedFolder(packedKind)) {
     bool fit = true;
@@ -63,7 +62,11 @@ std::unique_ptr<StreamCore> RootStreams::Open(const char* name, std::uint32_t fl
   tag_aoStreamOffset offset;
   if (!IsUsableName(name)) return nullptr;
   if (!storage->streamMap.Lookup(name, offset)) return Fail(Error::kNotFound), nullptr;
-  return OpenByOffset(offset, name, flags, sharing);
+  if (!storage->openStreams.MayOpen(name, flags)) return nullptr;
+  tag_aoStream header;
+  if (!ReadRecord(offset, header)) return nullptr;
+  if (!IsInUse(header)) return Fail(Error::kNotFound), nullptr;  // another handle has removed it
+  return OpenRecord(header, offset, name, flags, sharing);
 }
 
 std::unique_ptr<StreamCore> RootStreams::OpenFast(const char* name, std::uint32_t flags,
@@ -89,12 +92,17 @@ std::unique_ptr<StreamCore> RootStreams::OpenFast(const char* name, std::uint32_
 }
 
 std::unique_ptr<StreamCore> RootStreams::OpenByOffset(const tag_aoStreamOffset& offset,
-                                                      const char* name, std::uint32_t flags,
-                                                      StreamCore::Sharing sharing) {
-  if (!storage->openStreams.MayOpen(name, flags)) return nullptr;
+                                                      const char* name, std::uint32_t flags) {
+  tag_aoStream header;
+  if (!storage->openStreams.MayOpen(name, flags) || !ReadRecord(offset, header)) return nullptr;
+  return OpenRecord(header, offset, name, flags, StreamCore::Sharing::kLasting);
+}
+
+bool RootStreams::ReadRecord(const tag_aoStreamOffset& offset, tag_aoStream& header) {
   StreamHeader::Bytes bytes;
-  if (!storage->file.ReadExactlyAt(offset.headerOffset, bytes.data(), bytes.size())) return nullptr;
-  return OpenRecord(StreamHeader::Decode(bytes.data()), offset, name, flags, sharing);
+  if (!storage->file.ReadExactlyAt(offset.headerOffset, bytes.data(), bytes.size())) return false;
+  header = StreamHeader::Decode(bytes.data());
+  return true;
 }
 
 std::unique_ptr<StreamCore> RootStreams::OpenRecord(const tag_aoStream& header,

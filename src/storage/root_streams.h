@@ -26,13 +26,13 @@ class RootStreams {
   std::unique_ptr<StreamCore> OpenFast(const char* name, std::uint32_t flags,
                                        StreamCore::Sharing sharing = StreamCore::Sharing::kLasting);
   // Reads the header at the locator. The name is the registry's key; it may be empty here.
-  std::unique_ptr<StreamCore> OpenByOffset(
-      const tag_aoStreamOffset& offset, const char* name, std::uint32_t flags,
-      StreamCore::Sharing sharing = StreamCore::Sharing::kLasting);
+  std::unique_ptr<StreamCore> OpenByOffset(const tag_aoStreamOffset& offset, const char* name,
+                                           std::uint32_t flags);
   // The first slot behind the reserved ones, in use or not.
   std::unique_ptr<StreamCore> OpenFirstSlot(std::uint32_t flags);
 
  private:
+  [[nodiscard]] bool ReadRecord(const tag_aoStreamOffset& offset, tag_aoStream& header);
   std::unique_ptr<StreamCore> OpenRecord(const tag_aoStream& header,
                                          const tag_aoStreamOffset& offset, const char* name,
                                          std::uint32_t flags, StreamCore::Sharing sharing);

@@ -121,14 +121,19 @@ aoStream* aoStorage::OpenStreamNext(StreamCookie& cookie, std::uint32_t flags) {
   return StreamMaker::Make([&]() -> std::unique_ptr<StreamCore> {
     CMapSort& map = core->streamMap;
     if (core->sortEnabled) {
-      if (cookie < 0 || static_cast<std::size_t>(cookie) >= map.SortedCount())
+      if (cookie < 0 || static_cast<std::size_t>(cookie) >= map.SortedCount()) {
+        cookie = kSortedEnd;
         return Fail(Error::kNotFound), nullptr;
+      }
       const auto entry = map.SortedAt(cookie);
       cookie = SortedNext(map, cookie);
       return OpenEntry(core, entry, flags);
     }
     const auto entry = map.At(cookie);
-    if (!entry) return Fail(Error::kNotFound), nullptr;
+    if (!entry) {
+      cookie = kUnsortedEnd;
+      return Fail(Error::kNotFound), nullptr;
+    }
     cookie = map.Next(cookie);
     return OpenEntry(core, entry, flags);
   });

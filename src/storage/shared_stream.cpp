@@ -1,5 +1,6 @@
 #include "storage/shared_stream.h"
 
+#include <iterator>
 #include <utility>
 
 namespace aostorage::detail {
@@ -58,13 +59,15 @@ void SharedStreams::Leave(const SharedStream& stream) {
 
 void SharedStreams::MarkRemoved(SharedStream& stream) {
   stream.removed = true;
-  if (stream.HasOpenChildren()) {
-    for (const auto& entry : byHeaderOffset) {
-      const std::shared_ptr<SharedStream> open = entry.second.lock();
-      if (open != nullptr && LiesInside(*open, stream)) open->removed = true;
-    }
-  }
   Leave(stream);
+  if (!stream.HasOpenChildren()) return;
+  for (auto entry = byHeaderOffset.begin(); entry != byHeaderOffset.end();) {
+    const std::shared_ptr<SharedStream> open = entry->second.lock();
+    const bool inside = open != nullptr && LiesInside(*open, stream);
+    if (inside) open->removed = true;
+    // A stream made in its place later is another one.
+    entry = inside ? byHeaderOffset.erase(entry) : std::next(entry);
+  }
 }
 
 }  // namespace aostorage::detail

@@ -81,6 +81,12 @@ CorePointer OpenCore(const char* fileName, File file, std::uint32_t defaultBlock
   return storage;
 }
 
+CorePointer OpenExistingCore(const char* fileName, std::uint32_t flags,
+                             std::uint32_t defaultBlockSize, bool withMap) {
+  File file = OpenExisting(fileName, flags);
+  return file.IsOpen() ? OpenCore(fileName, std::move(file), defaultBlockSize, withMap) : nullptr;
+}
+
 // Writes header and directory of a new storage into an empty file.
 CorePointer CreateIn(const char* fileName, File file, std::uint32_t defaultBlockSize) {
   const StorageFileHeader header;
@@ -94,8 +100,7 @@ CorePointer CreateIn(const char* fileName, File file, std::uint32_t defaultBlock
   return storage;
 }
 
-// Makes the file, which must not be there. A file that cannot be made a storage is taken away
-// again.
+// Makes the file, which must not be there. One that cannot be made a storage is taken away again.
 CorePointer CreateNew(const char* fileName, std::uint32_t defaultBlockSize) {
   File file = File::Open(fileName, File::Access::kCreateNew);
   if (!file.IsOpen()) return nullptr;
@@ -109,23 +114,37 @@ CorePointer CreateNew(const char* fileName, std::uint32_t defaultBlockSize) {
   return storage;
 }
 
+// Makes a file that is not there, or opens what came to stand there meanwhile: a file of somebody
+// who was faster, or one behind a symbolic link that led nowhere. `made` receives a storage in a
+// file of this call.
+File CreateOrOpen(const char* fileName, std::uint32_t defaultBlockSize, CorePointer& made) {
+  made = CreateNew(fileName, defaultBlockSize);
+  if (made != nullptr || LastError() != Error::kExists) return {};
+  return File::Open(fileName, File::Access::kCreate);
+}
+
 CorePointer CreateCore(const char* fileName, std::uint32_t defaultBlockSize) {
+  CorePointer made;
   File file = File::Open(fileName, File::Access::kReadWrite);
-  if (!file.IsOpen()) {
-    return LastError() == Error::kNotFound ? CreateNew(fileName, defaultBlockSize) : nullptr;
-  }
+  if (!file.IsOpen() && LastError() == Error::kNotFound)
+    file = CreateOrOpen(fileName, defaultBlockSize, made);
+  if (made != nullptr || !file.IsOpen()) return made;
   if (file.KnownSize() > 0 && !file.Clear()) return nullptr;
   return CreateIn(fileName, std::move(file), defaultBlockSize);
 }
 
+// Never empties a file: whoever made one in the meantime keeps it.
 CorePointer OpenOrCreateCore(const char* fileName, std::uint32_t flags,
                              std::uint32_t defaultBlockSize) {
+  CorePointer made;
   File file = OpenExisting(fileName, flags);
-  if (!file.IsOpen()) {
-    // Only a file that is not there is made: whoever made one in the meantime keeps it.
-    return LastError() == Error::kNotFound ? CreateNew(fileName, defaultBlockSize) : nullptr;
+  if (!file.IsOpen() && LastError() == Error::kNotFound) {
+    file = CreateOrOpen(fileName, defaultBlockSize, made);
+  } else if (file.IsOpen() && file.KnownSize() == 0) {
+    file = File::Open(fileName, File::Access::kReadWrite);
   }
-  if (file.KnownSize() == 0) return CreateCore(fileName, defaultBlockSize);
+  if (made != nullptr || !file.IsOpen()) return made;
+  if (file.KnownSize() == 0) return CreateIn(fileName, std::move(file), defaultBlockSize);
   return OpenCore(fileName, std::move(file), defaultBlockSize, true);
 }
 
@@ -134,44 +153,39 @@ CorePointer OpenOrCreateCore(const char* fileName, std::uint32_t flags,
 aoStorage::aoStorage(std::shared_ptr<StorageCore> openCore) : core(std::move(openCore)) {}
 aoStorage::~aoStorage() = default;
 
+// Runs `openCore`, which gives a CorePointer, and wraps what it gives. The object is there before,
+// so that nothing fails once the file is made.
+template <typename OpenBody>
+aoStorage* aoStorage::Make(const char* fileName, OpenBody openCore) {
+  if (!IsUsablePath(fileName)) return nullptr;
+  return Guarded<aoStorage*>(nullptr, [&]() -> aoStorage* {
+    struct Ender {
+      void operator()(aoStorage* storage) const { delete storage; }
+    };
+    std::unique_ptr<aoStorage, Ender> storage(new aoStorage(nullptr));
+    storage->core = openCore();
+    return storage->core == nullptr ? nullptr : storage.release();
+  });
+}
+
 aoStorage* aoStorage::Create(const char* fileName, std::uint32_t /*flags*/,
                              std::uint32_t defaultBlockSize) {
-  return Guarded<aoStorage*>(nullptr, [&]() -> aoStorage* {
-    if (!IsUsablePath(fileName)) return nullptr;
-    CorePointer made = CreateCore(fileName, defaultBlockSize);
-    return made == nullptr ? nullptr : new aoStorage(std::move(made));
-  });
+  return Make(fileName, [&] { return CreateCore(fileName, defaultBlockSize); });
 }
 
 aoStorage* aoStorage::Open(const char* fileName, std::uint32_t flags,
                            std::uint32_t defaultBlockSize) {
-  return Guarded<aoStorage*>(nullptr, [&]() -> aoStorage* {
-    if (!IsUsablePath(fileName)) return nullptr;
-    File file = OpenExisting(fileName, flags);
-    if (!file.IsOpen()) return nullptr;
-    CorePointer opened = OpenCore(fileName, std::move(file), defaultBlockSize, true);
-    return opened == nullptr ? nullptr : new aoStorage(std::move(opened));
-  });
+  return Make(fileName, [&] { return OpenExistingCore(fileName, flags, defaultBlockSize, true); });
 }
 
 aoStorage* aoStorage::OpenFast(const char* fileName, std::uint32_t flags,
                                std::uint32_t defaultBlockSize) {
-  return Guarded<aoStorage*>(nullptr, [&]() -> aoStorage* {
-    if (!IsUsablePath(fileName)) return nullptr;
-    File file = OpenExisting(fileName, flags);
-    if (!file.IsOpen()) return nullptr;
-    CorePointer opened = OpenCore(fileName, std::move(file), defaultBlockSize, false);
-    return opened == nullptr ? nullptr : new aoStorage(std::move(opened));
-  });
+  return Make(fileName, [&] { return OpenExistingCore(fileName, flags, defaultBlockSize, false); });
 }
 
 aoStorage* aoStorage::OpenOrCreate(const char* fileName, std::uint32_t flags,
                                    std::uint32_t defaultBlockSize) {
-  return Guarded<aoStorage*>(nullptr, [&]() -> aoStorage* {
-    if (!IsUsablePath(fileName)) return nullptr;
-    CorePointer opened = OpenOrCreateCore(fileName, flags, defaultBlockSize);
-    return opened == nullptr ? nullptr : new aoStorage(std::move(opened));
-  });
+  return Make(fileName, [&] { return OpenOrCreateCore(fileName, flags, defaultBlockSize); });
 }
 
 void aoStorage::Release() {
@@ -216,8 +230,9 @@ aoStream* aoStorage::OpenStreamByOffset(const tag_aoStreamOffset& offset, const 
 }
 
 aoStream* aoStorage::OpenOrCreateStream(const char* name, std::uint32_t packedKind) {
-  aoStream* stream = OpenStream(name, kWriteFlags);
-  return stream != nullptr ? stream : CreateStream(name, packedKind, kWriteFlags);
+  // A name that the map holds is not created anew, whatever keeps it from being opened.
+  if (name != nullptr && core->streamMap.Has(name)) return OpenStream(name, kWriteFlags);
+  return CreateStream(name, packedKind, kWriteFlags);
 }
 
 aoStream* aoStorage::OpenOrCreateStreamFast(const char* name, int toEnd) {

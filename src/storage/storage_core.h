@@ -3,6 +3,7 @@
 #define AOSTORAGE_STORAGE_STORAGE_CORE_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -47,6 +48,15 @@ class StorageCore {
     return place.Write(file, from, bytes, count);
   }
 
+  // The first free ordinary slot. What is known of the directory is read anew when another storage
+  // object has written since.
+  std::optional<FreeSlot> TakeOrdinarySlot() {
+    if (directoryEpoch != IndexEpoch()) directory.Forget();
+    directoryEpoch = indexEpoch;
+    changes.CountOwn();
+    return directory.TakeOrdinary(file, tailOffset);
+  }
+
   // --- What folder indexes were made under. A change by somebody else ends all of them at once.
   std::uint64_t IndexEpoch() {
     if (changes.OthersWrote()) ++indexEpoch;
@@ -75,6 +85,7 @@ class StorageCore {
 
  private:
   std::uint64_t indexEpoch = 0;
+  std::uint64_t directoryEpoch = 0;
 };
 
 }  // namespace aostorage::detail

@@ -15,18 +15,17 @@ namespace {
 
 // All of a stream, from its cursor on; null when it cannot be had whole. `size` is not 0.
 detail::HeapBlock ReadWhole(aoStream& source, std::uint32_t size) {
-  // A length that the file has no room for is damage, and no reason to ask for that much memory.
-  const detail::StreamCore* core = StreamMaker::CoreOf(&source);
-  if (core != nullptr && size > core->Storage().file.KnownSize()) {
-    Fail(Error::kDamaged);
-    return nullptr;
-  }
   detail::HeapBlock bytes(detail::HeapAllocate(size));
   if (bytes == nullptr) return nullptr;
   const std::uint32_t got = source.Read(bytes.get(), size);
   if (got == size) return bytes;
   if (got != kFailed) Fail(Error::kDamaged);
   return nullptr;
+}
+
+// A length that the file has no room for is damage, and no reason to ask for that much memory.
+bool HasRoomFor(const detail::StreamCore& core, std::uint32_t size) {
+  return core.Storage().file.Holds(size) || Fail(Error::kDamaged);
 }
 
 bool OnSameStream(const aoStream& one, const aoStream& other) {
@@ -42,6 +41,7 @@ bool aoStream::CopyStream(aoStream* destination) {
   if (OnSameStream(*this, *destination)) return Fail(Error::kRefused);
   destination->Erase();
   const std::uint32_t size = GetLength();
+  if (!HasRoomFor(*core, size)) return false;
   if (size == 0) return Fail(Error::kNotFound);
   const detail::HeapBlock bytes = ReadWhole(*this, size);
   if (bytes == nullptr) return false;
@@ -53,7 +53,7 @@ std::uint32_t aoStream::CopyStreamToBuffer(std::uint8_t*& buffer) {
   buffer = nullptr;
   if (core == nullptr) return Fail(Error::kRefused), 0;
   const std::uint32_t size = GetLength();
-  if (size == 0) return 0;
+  if (size == 0 || !HasRoomFor(*core, size)) return 0;
   buffer = ReadWhole(*this, size).release();
   return buffer == nullptr ? 0 : size;
 }

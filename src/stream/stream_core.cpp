@@ -182,17 +182,19 @@ bool StreamCore::GoNext() {
     directoryGuard = guardBefore;
     return false;
   }
-  storage->openStreams.Add(next.name,
-                           openFlags);  // the step that can run out of memory comes first
+  // The steps that can run out of memory come first.
+  std::shared_ptr<SharedStream> joined =
+      storage->sharedStreams.FindOrMake(nextLocator.headerOffset, next, nullptr);
+  joined->objects.reserve(joined->objects.size() + 1);
+  storage->openStreams.Add(next.name, openFlags);
   storage->openStreams.Close(header.name);
   LeaveShared();
+  shared = std::move(joined);
+  shared->objects.push_back(this);
   header = next;
   locator = nextLocator;
   place = HeaderPlace(locator.headerOffset);
-  cursor = ChainCursor::AtStart(header.firstBlock);
-  outOfStep = false;
-  fresher.reset();
-  Join(Sharing::kLasting);
+  PlaceCursor(ChainCursor::AtStart(header.firstBlock));
   return true;
 }
 

@@ -73,13 +73,26 @@ class StreamCore {
   void ForgetIndex() {
     if (shared != nullptr) shared->index.reset();
   }
+  // The index of the folder that this stream is in follows a change of its record. An index that
+  // cannot follow, for want of memory, is forgotten.
+  void ForgetFolderIndex() {
+    if (parent != nullptr) parent->index.reset();
+  }
+  template <typename Change>
+  void ChangeFolderIndex(Change change) noexcept {
+    if (parent == nullptr || parent->index == nullptr) return;
+    try {
+      change(*parent->index);
+    } catch (...) {
+      parent->index.reset();
+    }
+  }
   std::uint32_t OpenFlags() const { return openFlags; }
   // Whether the record may be rewritten through this object.
   bool MayChange() const;
   bool IsRemoved() const { return shared != nullptr && shared->removed; }
   StorageCore& Storage() const { return *storage; }
   const std::shared_ptr<StorageCore>& StoragePointer() const { return storage; }
-  SharedStream* Folder() const { return parent.get(); }
   SharedStream* Shared() const { return shared.get(); }
   const tag_aoStream& Header() const { return header; }
   const tag_aoStreamOffset& Locator() const { return locator; }
@@ -100,7 +113,9 @@ class StreamCore {
   bool ReadNextSlot(tag_aoStream& next, tag_aoStreamOffset& nextLocator);
 
   // Reading
-  std::optional<std::uint32_t> ReadWithHeader(std::uint8_t* out, std::uint32_t count);
+  struct ReadAhead;
+  std::optional<std::uint32_t> ReadWithHeader(std::uint8_t* out, std::uint32_t count,
+                                              ReadAhead& ahead);
   std::optional<std::uint32_t> ReadLoaded(std::uint8_t* out, std::uint32_t count);
 
   // Writing
@@ -114,7 +129,9 @@ class StreamCore {
   bool ChooseChunk(Pending& pending, std::uint32_t& chunk);
   bool WriteIntoNextBlock(Pending& pending);
   bool CommitBlock(Pending& pending);
-  bool CommitLength(bool final, std::uint32_t lastBlock);
+  bool CommitLength(const Pending& pending);
+  void NoteLength(std::uint32_t newLength, std::uint32_t lastBlock);
+  bool EnterFirstBlock(std::uint32_t offset, std::uint32_t count);
   bool RewriteBlockHeader(const BlockHeader& changed);
 
   // Order matters: what is declared first goes last, and the shared part needs the storage.

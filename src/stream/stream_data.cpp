@@ -28,23 +28,37 @@ const std::array<std::uint8_t, kFillerPiece> kFiller{};
 }  // namespace
 
 // --- Reading
-// ----------------------------------------------------------------------------------------------
+
+// The buffer of one Read, and how much of it the next block is likely to fill: chains of small
+// blocks are not worth a large one each time.
+struct StreamCore::ReadAhead {
+  std::uint32_t limit = kLargeReadAhead;
+  std::unique_ptr<std::uint8_t[]> buffer;
+
+  std::uint8_t* Buffer() {
+    if (buffer == nullptr)
+      buffer.reset(new (std::nothrow) std::uint8_t[BlockHeader::kSize + kLargeReadAhead]);
+    return buffer.get();
+  }
+};
 
 std::uint32_t StreamCore::Read(void* buffer, std::uint32_t count) {
   if (buffer == nullptr && count > 0) return Fail(Error::kBadArgument), kFailed;
   if (cursor.block == 0 || count == 0) return 0;
   if (outOfStep) return Fail(Error::kRefused), kFailed;
   auto* out = static_cast<std::uint8_t*>(buffer);
+  ReadAhead ahead;
   std::uint32_t delivered = 0;
   for (;;) {
     const std::uint32_t wanted = count - delivered;
     const auto got = cursor.loaded ? ReadLoaded(out + delivered, wanted)
-                                   : ReadWithHeader(out + delivered, wanted);
+                                   : ReadWithHeader(out + delivered, wanted, ahead);
     if (!got) return kFailed;
     delivered += *got;
     if (delivered == count) return delivered;
     if (cursor.Available() > 0) continue;  // the read ahead was shorter than the block
     if (cursor.header.nextBlock == 0) return delivered;
+    ahead.limit = std::clamp(cursor.header.used, kSmallReadAhead, kLargeReadAhead);
     fresher.reset();
     if (!cursor.Step()) return kFailed;
   }
@@ -59,28 +73,27 @@ std::optional<std::uint32_t> StreamCore::ReadLoaded(std::uint8_t* out, std::uint
 }
 
 // Block header and data in one read.
-std::optional<std::uint32_t> StreamCore::ReadWithHeader(std::uint8_t* out, std::uint32_t count) {
+std::optional<std::uint32_t> StreamCore::ReadWithHeader(std::uint8_t* out, std::uint32_t count,
+                                                        ReadAhead& ahead) {
   if (cursor.blockOffset > BlockHeader::kSize) {  // the data does not follow the header
     if (!cursor.Load(storage->file)) return std::nullopt;
     return ReadLoaded(out, count);
   }
   std::array<std::uint8_t, BlockHeader::kSize + kSmallReadAhead> small;
-  std::unique_ptr<std::uint8_t[]> large;
-  std::uint32_t ahead = std::min(count, kSmallReadAhead);
-  if (count > kSmallReadAhead) {
-    large.reset(new (std::nothrow)
-                    std::uint8_t[BlockHeader::kSize + std::min(count, kLargeReadAhead)]);
-    if (large != nullptr) ahead = std::min(count, kLargeReadAhead);
+  std::uint32_t room = std::min(count, ahead.limit);
+  std::uint8_t* bytes = room <= kSmallReadAhead ? small.data() : ahead.Buffer();
+  if (bytes == nullptr) {  // no memory: a smaller step will do
+    bytes = small.data();
+    room = kSmallReadAhead;
   }
-  std::uint8_t* bytes = large != nullptr ? large.get() : small.data();
   const std::optional<std::size_t> got =
-      storage->file.ReadAt(cursor.block, bytes, BlockHeader::kSize + ahead);
+      storage->file.ReadAt(cursor.block, bytes, BlockHeader::kSize + room);
   if (!got) return std::nullopt;
   if (*got < BlockHeader::kSize || !cursor.Accept(bytes)) {
     Fail(Error::kDamaged);
     return std::nullopt;
   }
-  const std::uint32_t chunk = std::min(ahead, cursor.Available());
+  const std::uint32_t chunk = std::min(room, cursor.Available());
   if (*got - BlockHeader::kSize < chunk) {  // the file ends before `used` does
     Fail(Error::kDamaged);
     return std::nullopt;
@@ -91,7 +104,6 @@ std::optional<std::uint32_t> StreamCore::ReadWithHeader(std::uint8_t* out, std::
 }
 
 // --- Writing
-// ----------------------------------------------------------------------------------------------
 
 // One Write on its way.
 struct StreamCore::Pending {
@@ -99,7 +111,10 @@ struct StreamCore::Pending {
   std::uint32_t left;
   bool final;
   FilePieces* pieces;
-  std::uint32_t lastDone = 0;  // the last block that took what it could: the length is due
+  // The last block that took what it could and says so on disk, and the stream position there: the
+  // length is due up to it. A block whose header could not be rewritten is not counted.
+  std::uint32_t lastDone = 0;
+  std::uint32_t donePosition = 0;
   std::optional<std::uint64_t> fileEnd;  // asked in this call, and nothing appended since
 
   void Took(const ChainCursor& at, std::uint32_t count) {
@@ -118,11 +133,12 @@ std::uint32_t StreamCore::Write(const void* buffer, std::uint32_t count, bool fi
   if (IsRemoved()) return Fail(Error::kNotFound), kFailed;
   if (outOfStep) return Fail(Error::kRefused), kFailed;
   Adopt();
-  Pending pending{static_cast<const std::uint8_t*>(buffer), count, final, pieces, 0, std::nullopt};
+  Pending pending{
+      static_cast<const std::uint8_t*>(buffer), count, final, pieces, 0, 0, std::nullopt};
   if (cursor.block == 0) return WriteFirstBlock(pending) ? count : kFailed;
   if (count == 0) return 0;
   const bool written = WriteBlocks(pending);
-  const bool counted = pending.lastDone == 0 || CommitLength(final, pending.lastDone);
+  const bool counted = pending.lastDone == 0 || CommitLength(pending);
   if (outOfStep) cursor.block = 0;  // no next block could be made: the cursor stands nowhere
   return written && counted ? count : kFailed;
 }
@@ -182,6 +198,7 @@ bool StreamCore::CommitBlock(Pending& pending) {
   changed.capacity = std::max(changed.capacity, changed.used);
   if (changed.used != cursor.header.used && !RewriteBlockHeader(changed)) return false;
   pending.lastDone = cursor.block;
+  pending.donePosition = cursor.position;
   return true;
 }
 
@@ -199,24 +216,28 @@ bool StreamCore::RewriteBlockHeader(const BlockHeader& changed) {
 
 // The length and lastBlock words. A length that another object has written is lowered by a final
 // write alone.
-bool StreamCore::CommitLength(bool final, std::uint32_t lastBlock) {
-  if (!final && cursor.position <= header.length) return true;
+bool StreamCore::CommitLength(const Pending& pending) {
+  if (!pending.final && pending.donePosition <= header.length) return true;
   const tag_aoStream& known = shared != nullptr ? shared->onDisk : header;
-  const std::uint32_t newLength = final ? cursor.position : std::max(cursor.position, known.length);
-  if (newLength != known.length || lastBlock != known.lastBlock) {
+  const std::uint32_t newLength =
+      pending.final ? pending.donePosition : std::max(pending.donePosition, known.length);
+  if (newLength != known.length || pending.lastDone != known.lastBlock) {
     std::array<std::uint8_t, 8> words{};
     Store32(words.data(), newLength);
-    Store32(words.data() + 4, lastBlock);
+    Store32(words.data() + 4, pending.lastDone);
     if (!storage->WriteHeader(place, StreamHeader::kLengthAt, words.data(), words.size()))
       return false;
   }
+  NoteLength(newLength, pending.lastDone);
+  return true;
+}
+
+void StreamCore::NoteLength(std::uint32_t newLength, std::uint32_t lastBlock) {
   header.length = newLength;
   header.lastBlock = lastBlock;
-  if (shared != nullptr) {
-    shared->onDisk.length = newLength;
-    shared->onDisk.lastBlock = lastBlock;
-  }
-  return true;
+  if (shared == nullptr) return;
+  shared->onDisk.length = newLength;
+  shared->onDisk.lastBlock = lastBlock;
 }
 
 std::uint32_t StreamCore::ReserveOf(std::uint32_t dataBytes) const {
@@ -282,6 +303,7 @@ bool StreamCore::WriteIntoNextBlock(Pending& pending) {
   pending.Took(cursor, count);
   cursor.Advance(count);
   pending.lastDone = cursor.block;
+  pending.donePosition = cursor.position;
   return true;
 }
 
@@ -293,21 +315,7 @@ bool StreamCore::WriteFirstBlock(Pending& pending) {
   BlockHeader block;
   const std::uint32_t count = pending.left;
   const std::optional<std::uint32_t> offset = AppendBlock(*fileEnd, block, pending.data, count);
-  if (!offset) return false;
-  tag_aoStream changed = header;
-  changed.firstBlock = *offset;
-  const bool countsLength = count > 0 && (pending.final || count > header.length);
-  if (countsLength) {
-    changed.length = count;
-    changed.lastBlock = *offset;
-  }
-  const StreamHeader::Bytes bytes = StreamHeader::Encode(changed);
-  // In a record in pieces no write covers all three words: the chain must be there before its
-  // length.
-  const bool together = countsLength && place.IsWhole();
-  const std::size_t from = together ? StreamHeader::kLengthAt : StreamHeader::kFirstBlockAt;
-  if (!storage->WriteHeader(place, from, bytes.data() + from, StreamHeader::kSize - from))
-    return false;
+  if (!offset || !EnterFirstBlock(*offset, count)) return false;
   storage->tailOffset = *offset;
   header.firstBlock = *offset;
   if (shared != nullptr) shared->onDisk.firstBlock = *offset;
@@ -317,15 +325,34 @@ bool StreamCore::WriteFirstBlock(Pending& pending) {
   cursor.blockOffset = BlockHeader::kSize;
   pending.Took(cursor, count);
   cursor.Advance(count);
-  if (!countsLength) return true;
-  if (!together) return CommitLength(pending.final, *offset);
-  header.length = changed.length;
-  header.lastBlock = changed.lastBlock;
-  if (shared != nullptr) {
-    shared->onDisk.length = changed.length;
-    shared->onDisk.lastBlock = changed.lastBlock;
+  if (count == 0) return true;
+  if (place.IsWhole()) return NoteLength(count, *offset), true;
+  pending.lastDone = *offset;
+  pending.donePosition = cursor.position;
+  return CommitLength(pending);
+}
+
+bool StreamCore::EnterFirstBlock(std::uint32_t offset, std::uint32_t count) {
+  tag_aoStream changed = header;
+  changed.firstBlock = offset;
+  changed.lastBlock = offset;
+  changed.length = count;
+  // In a record in pieces no write covers all three words: the chain must be there before its
+  // length.
+  const bool together = count > 0 && place.IsWhole();
+  const std::size_t from = together ? StreamHeader::kLengthAt : StreamHeader::kFirstBlockAt;
+  const std::size_t size = StreamHeader::kSize - from;
+  const StreamHeader::Bytes bytes = StreamHeader::Encode(changed);
+  if (storage->WriteHeader(place, from, bytes.data() + from, size)) return true;
+  if (together) {
+    // A write cut short may have left a length without a chain: the old words go back, if they can.
+    const Error reason = LastError();
+    const int systemError = LastSystemError();
+    const StreamHeader::Bytes old = StreamHeader::Encode(header);
+    static_cast<void>(storage->WriteHeader(place, from, old.data() + from, size));
+    Fail(reason, systemError);
   }
-  return true;
+  return false;
 }
 
 }  // namespace aostorage::detail

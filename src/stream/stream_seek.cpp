@@ -41,11 +41,9 @@ bool StreamCore::SeekLeft(std::uint32_t distance, bool fromEnd) {
       cursor.position = walk.position;
       outOfStep = header.firstBlock != 0;
     }
-    if (distance == 0) return true;
-  } else if (outOfStep) {
-    return Fail(Error::kRefused);
   }
   if (distance == 0) return true;
+  if (!fromEnd && outOfStep) return Fail(Error::kRefused);
   if (!outOfStep && cursor.blockOffset > BlockHeader::kSize) {
     const std::uint32_t step = std::min(distance, cursor.blockOffset - BlockHeader::kSize);
     cursor.blockOffset -= step;
