@@ -50,7 +50,8 @@ class AOSTORAGE_API aoStorage {
   /// @param flags  kStreamWrite opens the file for writing too; other bits are not looked at
   /// @return the storage, or null when the file cannot be opened or is no storage; the file is
   /// unchanged. A
-  ///         directory that breaks off gives a storage with the names read so far.
+  ///         directory that breaks off gives a storage with the names read so far, and LastError is
+  ///         then kDamaged; it is unchanged when the whole directory was read.
   static aoStorage* Open(const char* fileName, std::uint32_t flags, std::uint32_t defaultBlockSize);
 
   /// Opens a storage file without reading its directory: the map is empty and only the operations

@@ -82,13 +82,17 @@ bool ReadValue(StreamCore& stream, tagRECT& value) {
 bool ReadValue(StreamCore& stream, std::string& value) {
   value.clear();
   std::array<std::uint8_t, kStringCountSize + kShortString> start{};
-  const std::uint32_t got = stream.Read(start.data(), start.size());
+  std::uint32_t got = stream.Read(start.data(), start.size());
+  if (got == kFailed) {  // perhaps by damage behind the string
+    stream.Rewind();
+    got = stream.Read(start.data(), kStringCountSize);
+  }
   if (got == kFailed || got < kStringCountSize) return true;
   const std::uint32_t count = Load16(start.data());
   const std::uint32_t here = std::min(count, got - kStringCountSize);
   value.assign(count, '\0');
   std::memcpy(value.data(), start.data() + kStringCountSize, here);
-  if (here < count && got == start.size()) stream.Read(value.data() + here, count - here);
+  if (here < count) stream.Read(value.data() + here, count - here);
   return true;
 }
 
@@ -128,7 +132,7 @@ void WriteValue(StreamCore& stream, const char* value) {
       static_cast<std::uint16_t>(text.size());  // the low 16 bits, as the form has it
   std::vector<std::uint8_t> bytes(kStringCountSize + std::size_t{count});
   Store16(bytes.data(), count);
-  std::memcpy(bytes.data() + kStringCountSize, text.data(), count);
+  if (count != 0) std::memcpy(bytes.data() + kStringCountSize, text.data(), count);
   stream.Write(bytes.data(), static_cast<std::uint32_t>(bytes.size()), false);
 }
 

@@ -132,7 +132,11 @@ ChildRecords::Result ChildRecords::Find(const char* name, ChildRecord& record) {
     const Result result = ScanFor(name, *index, record);
     if (result == Result::kFound) folder.PlaceCursor(index->CursorAt(record.slotIndex));
     if (result == Result::kFailed) Fail(Error::kDamaged);
-    if (result != Result::kAbsent || MayBelieve()) return result;
+    if (result != Result::kAbsent) return result;
+    if (MayBelieve()) {
+      folder.PlaceCursor(index->End());
+      return result;
+    }
     Forget();
   }
 }
@@ -174,19 +178,14 @@ ChildRecords::Step ChildRecords::AddInVacated(FolderIndex& index, std::uint32_t 
   }
   record.header = NewStreamHeader(name, packedKind, lastBlock, firstBlock);
   const StreamHeader::Bytes bytes = StreamHeader::Encode(record.header);
-  bool written = false;
-  if (FolderPayload::SlotPosition(slotIndex + 1) <= folder.Header().length) {
-    written = storage.WriteHeader(record.place, 0, bytes.data(), bytes.size());
-    if (written) PlaceBehind(index, record);
-  } else {  // the folder was shortened: writing there makes it longer again
-    folder.PlaceCursor(index.CursorAt(slotIndex));
-    written = folder.Write(bytes.data(), kRecordSize, false) == kRecordSize;
-  }
-  if (!written) {
+  // Straight to its place: a block's room behind `used` is none of it.
+  if (!storage.WriteHeader(record.place, 0, bytes.data(), bytes.size()) ||
+      !folder.Lengthen(FolderPayload::SlotPosition(slotIndex + 1))) {
     Forget();
     return Step::kFailed;
   }
   index.SlotTaken(slotIndex, name);
+  PlaceBehind(index, record);
   return Step::kDone;
 }
 
@@ -214,15 +213,14 @@ bool ChildRecords::WriteCount() {
   const std::uint32_t count = folder.ChildCount();
   std::array<std::uint8_t, FolderPayload::kCountSize> bytes{};
   Store32(bytes.data(), count);
+  folder.Rewind();
   bool written = false;
-  if (index != nullptr && index->CountOffset() != 0 &&
-      folder.Header().length >= FolderPayload::kCountSize) {
-    written = index->CountWord() == count ||
-              storage.Write(index->CountOffset(), bytes.data(), bytes.size());
-    folder.Rewind();
-    folder.SkipLoaded(FolderPayload::kCountSize);
+  if (index != nullptr) {
+    written = (index->CountWord() == count ||
+               storage.WriteHeader(index->CountPlace(), 0, bytes.data(), bytes.size())) &&
+              folder.Lengthen(FolderPayload::kCountSize);
+    if (index->CountPlace().IsWhole()) folder.SkipLoaded(FolderPayload::kCountSize);
   } else {
-    folder.Rewind();
     written =
         folder.Write(bytes.data(), FolderPayload::kCountSize, false) == FolderPayload::kCountSize;
   }
@@ -251,9 +249,8 @@ ChildRecords::Result ChildRecords::NextInUse(std::uint32_t& slotIndex, bool boun
         Forget();
         continue;
       }
-      if (!bounded) return NextBehindCount(*index, slotIndex, record);
       slotIndex = std::max(slotIndex, index->Scanned());
-      return Result::kAbsent;
+      return bounded ? Result::kAbsent : NextBehindCount(*index, slotIndex, record);
     }
     if (!justRead && !ReadSlot(*index, *next, record)) return Result::kFailed;
     if (!justRead && !begunHere && (!IsInUse(record.header) || !HasMagic(record.header))) {

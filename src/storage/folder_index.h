@@ -25,13 +25,10 @@ class FolderIndex {
   // Starts over for a folder whose count word is `countWord`; `afterCount` is the cursor behind
   // that word.
   FolderIndex(std::uint32_t countWord, const FilePieces& countPieces, const ChainCursor& afterCount)
-      : slotCount(countWord),
-        countOffset(countPieces.size() == 1 ? countPieces.front().offset : 0),
-        end(afterCount) {}
+      : slotCount(countWord), countPlace(countPieces), end(afterCount) {}
 
   std::uint32_t CountWord() const { return slotCount; }
-  // File offset of the count word, 0 when it lies across blocks.
-  std::uint32_t CountOffset() const { return countOffset; }
+  const HeaderPlace& CountPlace() const { return countPlace; }
   void SetCountWord(std::uint32_t countWord) { slotCount = countWord; }
 
   // Slots seen so far, from slot 0 on.
@@ -80,7 +77,7 @@ class FolderIndex {
   void DropName(std::uint32_t slotIndex, std::string_view name);
 
   std::uint32_t slotCount;
-  std::uint32_t countOffset;
+  HeaderPlace countPlace;
   ChainCursor end;
   bool chainEnded = false;
   bool duplicates = false;  // two slots had one name at some time

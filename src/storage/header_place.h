@@ -19,9 +19,9 @@ struct FilePiece {
 };
 using FilePieces = std::vector<FilePiece>;
 
-// The 80 bytes of a stream header: in one piece, or in several where a child record lies across
-// blocks of its folder. Reads and rewrites parts of the record in their own places and nothing
-// beside them.
+// The 80 bytes of a stream header, or the count word of a folder: in one piece, or in several where
+// it lies across blocks of the folder. Reads and rewrites parts of it in their own places and
+// nothing beside them.
 class HeaderPlace {
  public:
   HeaderPlace() = default;
@@ -34,7 +34,7 @@ class HeaderPlace {
   bool IsWhole() const { return pieces.empty(); }
 
   [[nodiscard]] bool Read(File& file, StreamHeader::Bytes& record) const;
-  // Writes `count` bytes to the record's offsets from `from` on.
+  // Writes `count` bytes at offset `from` of the record and on.
   [[nodiscard]] bool Write(File& file, std::size_t from, const std::uint8_t* bytes,
                            std::size_t count) const;
 

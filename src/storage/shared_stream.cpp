@@ -25,12 +25,20 @@ SharedStream::SharedStream(SharedStreams& openStreams, std::uint32_t offset,
 // stack.
 SharedStream::~SharedStream() {
   table.Leave(*this);
+  bool counted = !removed;
   for (std::shared_ptr<SharedStream> up = std::move(parent); up != nullptr;) {
-    --up->openChildren;
+    if (counted) --up->openChildren;
     if (up.use_count() > 1) break;
+    counted = !up->removed;
     std::shared_ptr<SharedStream> further = std::move(up->parent);
     up = std::move(further);
   }
+}
+
+void SharedStream::MarkRemoved() {
+  if (removed) return;
+  removed = true;
+  if (parent != nullptr) --parent->openChildren;
 }
 
 std::shared_ptr<SharedStream> SharedStreams::Find(std::uint32_t headerOffset) const {
@@ -58,13 +66,13 @@ void SharedStreams::Leave(const SharedStream& stream) {
 }
 
 void SharedStreams::MarkRemoved(SharedStream& stream) {
-  stream.removed = true;
+  stream.MarkRemoved();
   Leave(stream);
   if (!stream.HasOpenChildren()) return;
   for (auto entry = byHeaderOffset.begin(); entry != byHeaderOffset.end();) {
     const std::shared_ptr<SharedStream> open = entry->second.lock();
     const bool inside = open != nullptr && LiesInside(*open, stream);
-    if (inside) open->removed = true;
+    if (inside) open->MarkRemoved();
     // A stream made in its place later is another one.
     entry = inside ? byHeaderOffset.erase(entry) : std::next(entry);
   }

@@ -27,13 +27,17 @@ class SharedStream {
   SharedStream& operator=(const SharedStream&) = delete;
   ~SharedStream();
 
+  // Vacated: the parent does not wait for it any more.
+  void MarkRemoved();
+
   std::uint32_t HeaderOffset() const { return headerOffset; }
   // The folder that the stream was opened in, null for a root stream.
   SharedStream* Parent() const { return parent.get(); }
+  // Whether a stream that was not removed is open in this folder.
   bool HasOpenChildren() const { return openChildren > 0; }
+  bool IsRemoved() const { return removed; }
 
   tag_aoStream onDisk;
-  bool removed = false;                // the slot is vacated or another stream's: nothing may write
   std::vector<StreamCore*> objects;    // those open on it
   std::unique_ptr<FolderIndex> index;  // of a folder, once a scan has begun
   std::uint64_t indexEpoch = 0;        // see StorageCore::IndexEpoch
@@ -43,6 +47,7 @@ class SharedStream {
   std::uint32_t headerOffset;
   std::shared_ptr<SharedStream> parent;
   std::uint32_t openChildren = 0;
+  bool removed = false;  // the slot is vacated or another stream's: nothing may write
 };
 
 // The open streams of a storage by the place of their headers.

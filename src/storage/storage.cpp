@@ -69,15 +69,15 @@ CorePointer OpenCore(const char* fileName, File file, std::uint32_t defaultBlock
   if (!header) return Fail(Error::kNotAStorage), nullptr;
   auto storage =
       std::make_shared<StorageCore>(fileName, std::move(file), *header, defaultBlockSize);
-  if (withMap && *got >= header->firstDirectoryOffset + DirectoryBlock::kSize) {
-    DirectoryBlock first;
-    std::memcpy(first.Data(), head.data() + header->firstDirectoryOffset, DirectoryBlock::kSize);
-    if (first.HasMagic()) {
-      storage->directory.NoteFirst(first);
-      MapSlots(*storage, header->firstDirectoryOffset, first);
-      LoadFurtherBlocks(*storage);
-    }
-  }
+  if (!withMap) return storage;
+  if (*got < header->firstDirectoryOffset + DirectoryBlock::kSize)
+    return Fail(Error::kDamaged), storage;
+  DirectoryBlock first;
+  std::memcpy(first.Data(), head.data() + header->firstDirectoryOffset, DirectoryBlock::kSize);
+  if (!first.HasMagic()) return Fail(Error::kDamaged), storage;
+  storage->directory.NoteFirst(first);
+  MapSlots(*storage, header->firstDirectoryOffset, first);
+  LoadFurtherBlocks(*storage);
   return storage;
 }
 

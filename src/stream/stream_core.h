@@ -41,6 +41,10 @@ class StreamCore {
   std::uint32_t Write(const void* buffer, std::uint32_t count, bool final,
                       FilePieces* pieces = nullptr);
 
+  // The stream has bytes up to `position`, written straight to their places: its length follows if
+  // it was lower.
+  [[nodiscard]] bool Lengthen(std::uint32_t position);
+
   // --- Positioning (stream_seek.cpp)
   bool SeekRight(std::uint32_t distance, bool fromStart);
   bool SeekLeft(std::uint32_t distance, bool fromEnd);
@@ -90,7 +94,7 @@ class StreamCore {
   std::uint32_t OpenFlags() const { return openFlags; }
   // Whether the record may be rewritten through this object.
   bool MayChange() const;
-  bool IsRemoved() const { return shared != nullptr && shared->removed; }
+  bool IsRemoved() const { return shared != nullptr && shared->IsRemoved(); }
   StorageCore& Storage() const { return *storage; }
   const std::shared_ptr<StorageCore>& StoragePointer() const { return storage; }
   SharedStream* Shared() const { return shared.get(); }

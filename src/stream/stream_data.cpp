@@ -232,6 +232,12 @@ bool StreamCore::CommitLength(const Pending& pending) {
   return true;
 }
 
+bool StreamCore::Lengthen(std::uint32_t position) {
+  if (position <= header.length) return true;
+  Pending pending{nullptr, 0, false, nullptr, header.lastBlock, position, std::nullopt};
+  return CommitLength(pending);
+}
+
 void StreamCore::NoteLength(std::uint32_t newLength, std::uint32_t lastBlock) {
   header.length = newLength;
   header.lastBlock = lastBlock;

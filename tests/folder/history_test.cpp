@@ -1,0 +1,252 @@
+// Long random histories of a folder, through several folder objects and two storage objects. Every
+// answer is compared with a plain scan of the file's bytes, made anew after every step.
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <random>
+
+#include "folder/storage_fixture.h"
+#include "support/model.h"
+
+namespace aostorage::testing {
+namespace {
+
+const char* const kPool[] = {"a", "b", "c", "d", "e", "g", "h", "i", "j", "k"};
+
+// A folder's slots as the file has them.
+struct Scan {
+  struct Slot {
+    std::uint32_t place;
+    Bytes record;
+    bool magic;
+    std::string name;
+  };
+  std::int64_t count = -1;  // -1: no count word
+  std::vector<Slot> slots;  // whole records to the end of the chain, counted or not
+
+  explicit Scan(const RawStream& folder) {
+    if (folder.chain.size() < 4) return;
+    count = Get32(folder.chain, 0);
+    for (std::size_t at = 4; at + kSlotSize <= folder.chain.size(); at += kSlotSize) {
+      const Bytes record = Slice(folder.chain, at, kSlotSize);
+      const char* name = reinterpret_cast<const char*>(record.data()) + 4;
+      slots.push_back({folder.PlaceOf(at), record, Get32(record, 0) == kStreamMagic,
+                       std::string(name, strnlen(name, 61))});
+    }
+  }
+  std::size_t Counted() const {
+    return count < 0 ? 0 : std::min<std::size_t>(slots.size(), static_cast<std::size_t>(count));
+  }
+  const Slot* Find(const std::string& name) const {
+    for (std::size_t i = 0; i < Counted(); ++i) {
+      if (slots[i].name == name) return &slots[i];
+    }
+    return nullptr;
+  }
+  // What a walk meets: bounded by the count word up to the first child, then by the data alone.
+  std::vector<std::string> Walk() const {
+    std::vector<std::string> names;
+    if (static_cast<std::int32_t>(count) <= 0) return names;
+    for (std::size_t i = 0; i < slots.size() && (i < Counted() || !names.empty()); ++i) {
+      if (!slots[i].magic) break;
+      if (!slots[i].name.empty()) names.push_back(slots[i].name);
+    }
+    return names;
+  }
+  // Where a creation puts its record; nothing if it must fail.
+  std::optional<std::size_t> NewSlot() const {
+    if (count < 0) return std::nullopt;
+    for (std::size_t i = 0; i < Counted(); ++i) {
+      if (!slots[i].magic) return std::nullopt;
+      if (slots[i].name.empty()) return i;
+    }
+    return Counted();
+  }
+};
+
+class FolderHistory : public StorageFileTest {
+ protected:
+  enum Object { kFirst, kSecond, kOtherStorage };
+
+  void OpenAll() {
+    Close();
+    storages[0] = Open(reserve);
+    folders[kFirst].reset(storages[0]->OpenOrCreateStream("f", kFolderKind));
+    folders[kSecond].reset(storages[0]->OpenStream("f", kWriteFlags));
+    storages[1] = Open(reserve);
+    folders[kOtherStorage].reset(storages[1]->OpenStream("f", kWriteFlags));
+    for (const Stream& folder : folders) ASSERT_TRUE(folder);
+  }
+  void Close() {
+    for (Stream& folder : folders) folder.reset();
+    for (Storage& storage : storages) storage.reset();
+  }
+  unsigned Draw(unsigned below) { return static_cast<unsigned>(random() % below); }
+  const char* Name() { return kPool[Draw(std::size(kPool))]; }
+  Stream ChildOf(aoStream& folder) { return Stream(folder.OpenStream(Name(), kWriteFlags)); }
+  Scan Now() { return Scan(Raw("f")); }
+
+  // Every object gives the answers of the plain scan.
+  void CompareAnswers() {
+    const RawImage image = Image();
+    const RawStream* raw = image.Find("f");
+    ASSERT_NE(raw, nullptr);
+    const Scan scan(*raw);
+    for (Stream& folder : folders) {
+      if (!folder) continue;
+      SCOPED_TRACE(folder == folders[kOtherStorage] ? "other storage" : "own storage");
+      for (const char* name : kPool) {
+        const Scan::Slot* expected = scan.Find(name);
+        tag_aoStream header;
+        tag_aoStreamOffset offset;
+        ASSERT_EQ(folder->FindStream(name, header, offset), expected != nullptr) << name;
+        if (expected == nullptr) continue;
+        ASSERT_EQ(offset.headerOffset, expected->place) << name;
+        ASSERT_EQ(std::memcmp(&header, expected->record.data(), kSlotSize), 0) << name;
+      }
+      ASSERT_EQ(folder->GetNumChildren(),
+                scan.count < 0 ? 0 : static_cast<std::uint32_t>(scan.count));
+      ASSERT_EQ(NamesIn(*folder), scan.Walk());
+      std::vector<std::string> walked;
+      std::uint32_t cookie = 0;
+      for (Stream child(folder->OpenStreamFirst(cookie, kReadFlags)); child;
+           child.reset(folder->OpenStreamNext(cookie, kReadFlags))) {
+        walked.push_back(child->GetName());
+      }
+      ASSERT_EQ(walked, scan.Walk());
+      const char* name = Name();
+      const Stream child(folder->OpenStream(name, kReadFlags));
+      ASSERT_EQ(child != nullptr, scan.Find(name) != nullptr);
+      if (!child || image.Find("f/" + std::string(name)) == nullptr) continue;
+      ASSERT_EQ(ReadValue(*child), image.Find("f/" + std::string(name))->Value()) << name;
+    }
+  }
+
+  void CreateChild(aoStream& folder, bool asEntry) {
+    const char* name = Name();
+    const Scan before = Now();
+    const std::optional<std::size_t> slot =
+        before.Find(name) == nullptr ? before.NewSlot() : std::nullopt;
+    const bool isFolder = !asEntry && Draw(4) == 0;
+    const bool made = asEntry ? folder.SetEntry(name, std::int32_t{5}) == 1
+                              : Got(folder.CreateStream(name, PackKind(isFolder), kWriteFlags));
+    if (before.Find(name) != nullptr) {
+      ASSERT_FALSE(made && !asEntry);
+      return;
+    }
+    ASSERT_EQ(made, slot.has_value()) << name;
+    if (!made) return;
+    const Scan after = Now();
+    ASSERT_LT(*slot, after.slots.size());
+    ASSERT_EQ(after.slots[*slot].name, name);
+    ASSERT_EQ(after.slots[*slot].record[67], isFolder ? 1 : 0);
+    const bool appended = *slot >= before.Counted() && before.count != 0xFFFFFFFF;
+    ASSERT_EQ(after.count, before.count + (appended ? 1 : 0));
+  }
+  void WriteChild(aoStream& folder) {
+    const Stream child = ChildOf(folder);
+    if (!child || child->IsFolder() != 0) return;
+    const Bytes data = Pattern(Draw(200), Draw(1000));
+    const bool final = Draw(2) == 0;
+    child->Seek(0, 0);
+    ASSERT_EQ(child->Write(data.data(), static_cast<std::uint32_t>(data.size()), final),
+              data.size());
+    ASSERT_EQ(Slice(ReadValue(*child), 0, data.size()), data);
+  }
+  // The folder's data written directly: a record, half a record, the count word, or an end of the
+  // data.
+  void WriteFolderData(aoStream& folder) {
+    const Scan scan = Now();
+    const std::uint32_t slot = Draw(static_cast<unsigned>(scan.slots.size() + 1));
+    Bytes data;
+    std::uint32_t at = 4 + slot * kSlotSize;
+    switch (Draw(4)) {
+      case 0:
+        data = StreamRecord(Draw(3) == 0 ? "" : Name(), false, 0, 0);
+        break;
+      case 1:
+        data = Slice(StreamRecord(Name(), false, 0, 0), 4, 61);
+        at += 4;
+        break;
+      default:
+        data.resize(4);
+        Put32(data, 0,
+              Draw(8) == 0 ? 0xFFFFFFFF
+                           : static_cast<std::uint32_t>(scan.slots.size()) - Draw(3) + 1);
+        at = 0;
+    }
+    if (folder.Seek(at, 0) == 0)
+      folder.Write(data.data(), static_cast<std::uint32_t>(data.size()), Draw(60) == 0);
+  }
+  void Step() {
+    aoStream& folder = *folders[Draw(3)];
+    switch (const unsigned choice = Draw(100)) {
+      case 0:
+        return OpenAll();
+      case 1:
+        folder.Erase();
+        return;
+      case 2:
+        folder.SetLength(Draw(folder.GetLength() + 1));
+        return;
+      case 3:
+        folder.ClearFolder();
+        return;
+      case 4: {  // a new folder, over the old chain or over that of a plain stream
+        for (const Object object : {kSecond, kOtherStorage}) folders[object].reset();
+        ASSERT_TRUE(Remove(folders[kFirst]));
+        const bool plainBetween = Draw(2) == 0;
+        if (plainBetween) {
+          Stream plain(storages[0]->CreateStream("plain", kWriteFlags));
+          Append(*plain,
+                 FolderPayload({StreamRecord("a", false, 0, 0), StreamRecord("b", false, 0, 0)}));
+          Remove(plain);
+        }
+        return OpenAll();
+      }
+      case 5: {
+        tag_aoStream header;
+        tag_aoStreamOffset offset;
+        folder.AddStreamHeader(Name(), kPlainKind, header, offset);
+        return;
+      }
+      default:
+        if (choice < 12) return WriteFolderData(folder);
+        if (choice < 40) return CreateChild(folder, choice < 18);
+        if (choice < 60) return WriteChild(folder);
+        Stream child = ChildOf(folder);
+        if (!child) return;
+        if (choice < 75) {
+          ASSERT_TRUE(Remove(child));
+        } else if (choice < 95) {
+          ASSERT_TRUE(child->Rename(Name()));  // two slots may come to one name
+        } else {
+          ASSERT_TRUE(child->Erase());
+        }
+    }
+  }
+
+  std::mt19937 random;
+  std::uint32_t reserve = 0;
+  Storage storages[2];
+  Stream folders[3];
+};
+
+TEST_F(FolderHistory, EveryAnswerIsThatOfAPlainScan) {
+  for (const unsigned seed : HistorySeeds(8)) {
+    SCOPED_TRACE("AOSTORAGE_TEST_SEED=" + std::to_string(seed));
+    random.seed(seed);
+    reserve = Draw(2) * Draw(120);
+    Create();
+    OpenAll();
+    for (int step = 0; step < 400; ++step) {
+      SCOPED_TRACE("step " + std::to_string(step));
+      ASSERT_NO_FATAL_FAILURE(Step());
+      ASSERT_NO_FATAL_FAILURE(CompareAnswers());
+    }
+    Close();
+  }
+}
+
+}  // namespace
+}  // namespace aostorage::testing

@@ -1,0 +1,320 @@
+// Walks over children, renames and removals.
+#include <pthread.h>
+
+#include <functional>
+
+#include "folder/storage_fixture.h"
+
+namespace aostorage::testing {
+namespace {
+
+using Names = std::vector<std::string>;
+
+class FolderUpkeep : public StorageFileTest {
+ protected:
+  void SetUp() override {
+    storage = Create();
+    folder.reset(storage->CreateStream("f", kFolderKind, kWriteFlags));
+  }
+  void Make(const Names& names) {
+    for (const std::string& name : names) {
+      ASSERT_TRUE(
+          Append(*Stream(folder->CreateStream(name.c_str(), kPlainKind, kWriteFlags)), Pattern(9)));
+    }
+  }
+  Stream Child(const std::string& name, std::uint32_t flags = kWriteFlags) const {
+    return Stream(folder->OpenStream(name.c_str(), flags));
+  }
+  void RemoveChild(const std::string& name) const {
+    Stream child = Child(name);
+    ASSERT_TRUE(child && Remove(child));
+  }
+  // The names that a walk meets; `each` may change the folder in between.
+  Names Walk(const std::function<void(Stream&)>& each = nullptr) const {
+    Names met;
+    std::uint32_t cookie = 0;
+    for (Stream child(folder->OpenStreamFirst(cookie, kWriteFlags)); child;
+         child.reset(folder->OpenStreamNext(cookie, kWriteFlags))) {
+      met.push_back(child->GetName());
+      if (each) each(child);
+    }
+    return met;
+  }
+
+  Storage storage;
+  Stream folder;
+};
+
+TEST_F(FolderUpkeep, CookiesStandBehindTheLastSlotLookedAt) {
+  std::uint32_t cookie = 99;
+  EXPECT_FALSE(Got(folder->OpenStreamFirst(cookie, kReadFlags)));
+  EXPECT_EQ(cookie, 4U);
+  Make({"a", "b", "c", "d", "e"});
+  RemoveChild("a");
+  RemoveChild("c");
+  RemoveChild("e");
+  const Stream first(folder->OpenStreamFirst(cookie, kReadFlags));
+  EXPECT_STREQ(first->GetName(), "b");
+  EXPECT_EQ(cookie, 4U + 2 * 80);
+  EXPECT_EQ(folder->GetCurDataPos(), cookie);
+  EXPECT_EQ(folder->GetNumChildren(), 5U);
+  EXPECT_EQ(folder->IsStreamOpen("b")->useCount, 1U);
+  const Stream second(folder->OpenStreamNext(cookie, kReadFlags));
+  EXPECT_STREQ(second->GetName(), "d");
+  EXPECT_EQ(cookie, 4U + 4 * 80);
+  EXPECT_FALSE(Got(folder->OpenStreamNext(cookie, kReadFlags)));
+  EXPECT_EQ(cookie, 4U + 5 * 80) << "the vacated slot at the end was passed";
+  RemoveChild("b");
+  RemoveChild("d");
+  EXPECT_FALSE(Got(folder->OpenStreamFirst(cookie, kReadFlags)));
+  EXPECT_EQ(cookie, 4U + 5 * 80);
+}
+
+TEST_F(FolderUpkeep, CookiesThatNoCallReturnedReadNothingElse) {
+  Make({"a", "b"});
+  const Bytes before = File();
+  for (const std::uint32_t made :
+       {0U, 1U, 3U, 5U, 83U, 85U, 164U, 244U, 80004U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+    std::uint32_t cookie = made;
+    const Stream child(folder->OpenStreamNext(cookie, kReadFlags));
+    EXPECT_TRUE(!child || child->GetName() == std::string("a") ||
+                child->GetName() == std::string("b"))
+        << made;
+  }
+  EXPECT_EQ(File(), before);
+}
+
+TEST_F(FolderUpkeep, AWalkSeesWhatChangesInFrontOfIt) {
+  Make({"a", "b", "c", "d"});
+  int created = 0;
+  EXPECT_EQ(Walk([&](Stream& child) {
+              const std::string name = child->GetName();
+              if (name == "b") {
+                ASSERT_TRUE(Remove(child));
+                Make({"again"});  // in the slot of b, which was passed
+                ++created;
+              }
+              if (name == "d" && created < 3) {
+                RemoveChild("a");
+                Make({"first", "last"});  // in the slot of a, and behind the end
+                created += 2;
+              }
+            }),
+            (Names{"a", "b", "c", "d", "last"}));
+  EXPECT_EQ(NamesIn(*folder), (Names{"first", "again", "c", "d", "last"}));
+  EXPECT_EQ(Walk([](Stream& child) { ASSERT_TRUE(Remove(child)); }).size(), 5U);
+  EXPECT_TRUE(NamesIn(*folder).empty());
+  EXPECT_EQ(Get32(Raw("f").chain, 0), 5U);
+  EXPECT_EQ(folder->GetLength(), 404U);
+}
+
+TEST_F(FolderUpkeep, AChildThatIsNotSharedStopsListsAndRemovals) {
+  Make({"a", "b", "c"});
+  Names names{"before"};
+  folder->EnumStreams(names);
+  EXPECT_EQ(names, (Names{"before", "a", "b", "c"}));
+  Stream held = Child("b", kStreamRead | kShareRead);
+  std::uint32_t cookie = 0;
+  EXPECT_TRUE(Got(folder->OpenStreamFirst(cookie, kReadFlags)));
+  EXPECT_FALSE(Got(folder->OpenStreamNext(cookie, kReadFlags)));
+  EXPECT_EQ(cookie, 4U + 2 * 80) << "behind the refused child";
+  EXPECT_STREQ(Stream(folder->OpenStreamNext(cookie, kReadFlags))->GetName(), "c");
+  EXPECT_EQ(NamesIn(*folder), (Names{"a"}));
+  folder->ClearFolder();
+  const RawStream kept = Raw("f/b");
+  EXPECT_EQ(kept.name, "b");
+  EXPECT_EQ(Raw("f/c").name, "c");
+  EXPECT_EQ(Raw("f/a").name, "");
+  held.reset();
+  held = Child("b", kStreamRead | kExclusive);
+  EXPECT_TRUE(Remove(folder)) << "the folder goes all the same";
+  EXPECT_FALSE(Got(storage->OpenStream("f", kReadFlags)));
+  EXPECT_EQ(Slice(File(), kept.recordOffset, 5), (Bytes{0xFC, 0xFC, 0xFC, 0xFC, 'b'}));
+}
+
+TEST_F(FolderUpkeep, RenamesCutTheNameAndChangeNothingElse) {
+  Make({"a", "b"});
+  const std::string sixty(60, 'x');
+  Stream child = Child("a");
+  for (const std::string& name : {sixty, std::string(300, 'z'), sixty + "y", std::string("b")}) {
+    Bytes expected = File();
+    const RawStream raw = Raw("f/" + std::string(child->GetName()));
+    const std::string cut = name.substr(0, 60);
+    const Bytes record = StreamRecord(cut, false, raw.length, raw.firstBlock, raw.lastBlock);
+    std::copy(record.begin(), record.end(), expected.begin() + raw.recordOffset);
+    const std::string old = child->GetName();
+    ASSERT_TRUE(child->Rename(name.c_str()));
+    EXPECT_EQ(child->GetName(), cut);
+    EXPECT_EQ(File(), expected);
+    EXPECT_NE(folder->IsStreamOpen(cut.c_str()), nullptr);
+    EXPECT_EQ(folder->IsStreamOpen(old.c_str()), nullptr);
+    EXPECT_FALSE(Got(folder->OpenStream(old.c_str(), kReadFlags)));
+  }
+  EXPECT_EQ(NamesIn(*folder), (Names{"b", "b"})) << "siblings are not looked at";
+  const std::uint32_t place = Raw("f/b").recordOffset;
+  EXPECT_EQ(child.release()->Release(), 1);
+  RemoveChild("b");
+  EXPECT_EQ(NamesIn(*folder), (Names{"b"}));
+  EXPECT_NE(Raw("f/b").recordOffset, place) << "the first of the two was found and removed";
+  const Bytes before = File();
+  Stream readOnly = Child("b", kReadFlags);
+  EXPECT_FALSE(readOnly->Rename("c"));
+  EXPECT_FALSE(Remove(readOnly));
+  EXPECT_EQ(File(), before);
+}
+
+TEST_F(FolderUpkeep, ARenamedRootStreamIsFoundUnderItsNewName) {
+  Stream plain(storage->CreateStream("old", PackKind(false, 5), kWriteFlags));
+  Stream second(storage->OpenStream("old", kWriteFlags));
+  ASSERT_TRUE(second->Rename("new"));
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_FALSE(Got(storage->OpenStream("old", kReadFlags)));
+    Stream opened(storage->OpenStream("new", kReadFlags));
+    ASSERT_TRUE(opened);
+    EXPECT_EQ(opened->GetDuration(), 5);
+    CIterateSortedStreams iteration;
+    iteration.descending = 1;
+    ASSERT_EQ(storage->IterateSortedStreamsNoOPENS(&iteration), 1);
+    EXPECT_EQ(iteration.streamName, "new");
+    EXPECT_EQ(iteration.streamOffset.durationSeconds, 300U);
+    EXPECT_EQ(opened.release()->Release(), round == 0 ? 2 : 1) << "the record was renamed too";
+    plain.reset();
+    second.reset();
+    folder.reset();
+    storage = Open();
+  }
+}
+
+TEST_F(FolderUpkeep, RemovalGoesDeepestFirstAndKeepsEveryByteBesideTheRecords) {
+  Make({"a"});
+  {
+    const Stream sub(folder->CreateStream("sub", kFolderKind, kWriteFlags));
+    for (const char* name : {"x", "y"}) {
+      ASSERT_TRUE(
+          Append(*Stream(sub->CreateStream(name, PackKind(false, 4), kWriteFlags)), Pattern(30)));
+    }
+  }
+  Make({"z"});
+  Bytes expected = File();
+  std::vector<std::uint64_t> order;
+  for (const char* name : {"f/a", "f/sub/x", "f/sub/y", "f/sub", "f/z", "f"}) {
+    const std::uint32_t place = Raw(name).recordOffset;
+    order.push_back(place);
+    std::fill_n(expected.begin() + place + 4, 68, std::uint8_t{0});
+  }
+  const Stream other(storage->OpenStream("f", kReadFlags));  // held by another object: no hindrance
+  std::vector<std::uint64_t> writes;
+  {
+    Watch watch;
+    ASSERT_TRUE(Remove(folder));
+    for (const RecordedWrite& write : watch.Writes()) writes.push_back(write.offset);
+  }
+  EXPECT_EQ(writes, order) << "one write for each record";
+  EXPECT_EQ(File(), expected);
+  EXPECT_FALSE(Got(storage->OpenStream("f", kReadFlags)));
+
+  // Another stream takes the slot. What the old object still does must not touch it.
+  Stream taker(storage->CreateStream("taker", kWriteFlags));
+  ASSERT_TRUE(Append(*taker, Pattern(50)));
+  expected = File();
+  EXPECT_EQ(other->Write("zzzz", 4), kFailed);
+  EXPECT_FALSE(Got(other->CreateStream("n", kPlainKind, kWriteFlags)));
+  EXPECT_EQ(other->SetEntry("n", std::int32_t{1}), 0);
+  EXPECT_EQ(File(), expected);
+}
+
+TEST_F(FolderUpkeep, ClearingLeavesTheFolderAndItsSlots) {
+  Make({"a", "b", "c"});
+  const Stream readOnly(storage->OpenStream("f", kReadFlags));
+  readOnly->ClearFolder();  // the folder's own flags do not matter
+  EXPECT_TRUE(NamesIn(*folder).empty());
+  EXPECT_EQ(Get32(Raw("f").chain, 0), 3U);
+  const auto size = File().size();
+  Make({"d", "e", "f"});
+  EXPECT_EQ(File().size(), size) << "all three went into old slots and old chains";
+  EXPECT_EQ("", CheckFile(path));
+}
+
+TEST_F(FolderUpkeep, APlainStreamIsRemovedAloneWhateverItHolds) {
+  Make({"a"});
+  const std::uint32_t chain = Raw("f/a").firstBlock;
+  Stream plain(storage->CreateStream("p", kWriteFlags));
+  ASSERT_TRUE(Append(*plain, FolderPayload({StreamRecord("victim", true, 84, chain)})));
+  const Bytes payload = Raw("p").chain;
+  Bytes expected = File();
+  plain->ClearFolder();
+  EXPECT_EQ(File(), expected);
+  std::fill_n(expected.begin() + Raw("p").recordOffset + 4, 68, std::uint8_t{0});
+  ASSERT_TRUE(Remove(plain));
+  EXPECT_EQ(File(), expected);
+}
+
+// A thread with a small stack, as a recursion over the depth of the tree would not survive it.
+void OnSmallStack(const std::function<void()>& body) {
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_attr_init(&attributes), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
+  pthread_t thread;
+  const auto run = [](void* argument) -> void* {
+    (*static_cast<const std::function<void()>*>(argument))();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&body)),
+            0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+class DeepTree : public StorageFileTest {
+ protected:
+  static constexpr std::size_t kDepth = 10000;
+  // All levels open, the top first; released from the bottom up by the caller's scope.
+  static void ReleaseAll(std::vector<Stream>& levels) {
+    while (!levels.empty()) levels.pop_back();
+  }
+};
+
+TEST_F(DeepTree, IsMadeWalkedAndRemovedOnASmallStack) {
+  OnSmallStack([this] {
+    const Storage storage = Create();
+    std::vector<Stream> levels;
+    levels.emplace_back(storage->CreateStream("d", kFolderKind, kWriteFlags));
+    while (levels.size() < kDepth) {
+      levels.emplace_back(levels.back()->CreateStream("d", kFolderKind, kWriteFlags));
+      ASSERT_TRUE(levels.back());
+    }
+    EXPECT_EQ(levels.back()->SetEntry("bottom", std::int32_t{1}), 1);
+    ReleaseAll(levels);
+
+    levels.emplace_back(storage->OpenStream("d", kWriteFlags));
+    for (std::uint32_t cookie = 0; levels.size() < kDepth;) {
+      levels.emplace_back(levels.back()->OpenStreamFirst(cookie, kWriteFlags));
+      ASSERT_TRUE(levels.back());
+    }
+    EXPECT_EQ(levels.back()->GetEntry("bottom", std::int32_t{0}), 1);
+    levels.resize(1);
+    ASSERT_TRUE(Remove(levels.back()));
+  });
+  const RawImage image = Image();
+  EXPECT_TRUE(image.streams.empty());
+  EXPECT_TRUE(image.violations.empty());
+}
+
+TEST_F(DeepTree, IsRemovedWhileAllItsFoldersAreHeldOpen) {
+  OnSmallStack([this] {
+    const Storage storage = Create();
+    std::vector<Stream> levels;
+    levels.emplace_back(storage->CreateStream("d", kFolderKind, kWriteFlags));
+    while (levels.size() < kDepth) {
+      levels.emplace_back(levels.back()->CreateStream("d", kFolderKind, kWriteFlags));
+      ASSERT_TRUE(levels.back());
+    }
+    Stream top(storage->OpenStream("d", kWriteFlags));
+    ASSERT_TRUE(Remove(top));
+    ReleaseAll(levels);
+  });
+  EXPECT_TRUE(Image().streams.empty());
+}
+
+}  // namespace
+}  // namespace aostorage::testing

@@ -1,0 +1,229 @@
+// Typed values on a stream and copies of whole streams.
+#include <cstring>
+
+#include "folder/storage_fixture.h"
+
+namespace aostorage::testing {
+namespace {
+
+// A stream in memory that counts the calls: the operators see nothing but Read and Write.
+class CountingStream final : public aoStream {
+ public:
+  std::uint32_t Read(void* buffer, std::uint32_t count) override {
+    ++reads;
+    const Bytes piece = Slice(bytes, at, count);
+    if (!piece.empty()) std::memcpy(buffer, piece.data(), piece.size());
+    at += piece.size();
+    return static_cast<std::uint32_t>(piece.size());
+  }
+  std::uint32_t Write(const void* buffer, std::uint32_t count, bool final) override {
+    ++writes;
+    anyFinal = anyFinal || final;
+    const auto* first = static_cast<const std::uint8_t*>(buffer);
+    bytes.insert(bytes.end(), first, first + count);
+    return count;
+  }
+  Bytes bytes;
+  std::size_t at = 0;
+  int reads = 0, writes = 0;
+  bool anyFinal = false;
+};
+
+TEST(StreamValues, AreTheirBytesLittleEndian) {
+  CountingStream stream;
+  stream << std::uint16_t{0x1234} << std::int32_t{-2} << std::uint32_t{0x89ABCDEF}
+         << std::int64_t{-0x0102030405060708} << 1.5 << std::string("a\0b", 3) << "xy"
+         << "" << static_cast<const char*>(nullptr);
+  const Bytes expected{0x34, 0x12, 0xFE, 0xFF, 0xFF, 0xFF, 0xEF, 0xCD, 0xAB, 0x89, 0xF8, 0xF8, 0xF9,
+                       0xFA, 0xFB, 0xFC, 0xFD, 0xFE, 0,    0,    0,    0,    0,    0,    0xF8, 0x3F,
+                       3,    0,    'a',  0,    'b',  2,    0,    'x',  'y',  0,    0,    0,    0};
+  EXPECT_EQ(stream.bytes, expected);
+  EXPECT_FALSE(stream.anyFinal);
+  EXPECT_EQ(stream.writes, 5 + 2 + 2 + 1 + 1) << "a string is its count and then its bytes, if any";
+
+  std::uint16_t word = 0;
+  std::int32_t number = 0;
+  std::uint32_t natural = 0;
+  std::int64_t large = 0;
+  double real = 0;
+  std::string text, second, third = "x", fourth = "x";
+  stream >> word >> number >> natural >> large >> real >> text >> second;
+  const int readsBefore = stream.reads;
+  stream >> third >> fourth;
+  EXPECT_EQ(stream.reads, readsBefore + 2) << "the empty string is one read";
+  EXPECT_EQ(word, 0x1234);
+  EXPECT_EQ(number, -2);
+  EXPECT_EQ(natural, 0x89ABCDEF);
+  EXPECT_EQ(large, -0x0102030405060708);
+  EXPECT_EQ(real, 1.5);
+  EXPECT_EQ(text, std::string("a\0b", 3));
+  EXPECT_EQ(second, "xy");
+  EXPECT_EQ(third + fourth, "");
+}
+
+class StreamCopies : public StorageFileTest {
+ protected:
+  void SetUp() override { storage = Create(); }
+  Stream Make(const char* name, const Bytes& value, std::uint32_t kind = kPlainKind) {
+    Stream stream(storage->CreateStream(name, kind, kWriteFlags));
+    if (!value.empty()) stream->Write(value.data(), static_cast<std::uint32_t>(value.size()));
+    stream->Seek(0, 0);
+    return stream;
+  }
+  // A stream whose bytes lie in blocks of 10.
+  Stream MakeScattered(const char* name, const Bytes& value) {
+    Stream stream = Make(name, {});
+    const Stream other = Make((std::string(name) + "-other").c_str(), {});
+    for (std::size_t at = 0; at < value.size(); at += 10) {
+      Append(*stream, Slice(value, at, 10));
+      Append(*other, Bytes(1));
+    }
+    stream->Seek(0, 0);
+    return stream;
+  }
+  Storage storage;
+};
+
+TEST_F(StreamCopies, StringsKeepTheLow16BitsOfTheirLength) {
+  for (const std::size_t size : {0U, 1U, 255U, 65534U, 65535U, 65536U, 65537U}) {
+    const Bytes letters = Pattern(size);
+    const std::string text(letters.begin(), letters.end());
+    Stream stream = MakeScattered(("s" + std::to_string(size)).c_str(), Pattern(45, 9));
+    *stream << text << std::uint16_t{0xABCD};
+    const std::size_t kept = size & 0xFFFF;
+    EXPECT_EQ(stream->GetCurDataPos(), kept + 4);
+    stream->Seek(0, 0);
+    std::string back = "x";
+    std::uint16_t mark = 0;
+    *stream >> back >> mark;
+    EXPECT_EQ(back, text.substr(0, kept)) << size;
+    EXPECT_EQ(mark, 0xABCD) << size;
+  }
+}
+
+TEST_F(StreamCopies, ShortReadsLeaveNumbersAndFillStrings) {
+  std::int32_t number = 0x11223344;
+  *Make("empty", {}) >> number;
+  EXPECT_EQ(number, 0x11223344);
+  std::string text = "old";
+  *Make("one", {5}) >> text;
+  EXPECT_EQ(text, "") << "its count word cannot be read";
+  *Make("three", {5, 0, 'a'}) >> text;
+  EXPECT_EQ(text, std::string("a\0\0\0\0", 5)) << "the promised length";
+  const Stream damaged = Make("damaged", Pattern(20));
+  PatchFile32(path, Raw("damaged").firstBlock, 0);
+  damaged->Seek(0, 0);
+  *damaged >> number >> text;
+  EXPECT_EQ(number, 0x11223344);
+  EXPECT_EQ(text, "");
+}
+
+TEST_F(StreamCopies, ReplaceTheWholeDestination) {
+  for (const std::size_t size : {1U, 10U, 11U, 300U}) {
+    for (const std::size_t oldSize : {0U, 1U, 10U, 29U, 400U}) {
+      const std::string suffix = std::to_string(size) + "," + std::to_string(oldSize);
+      SCOPED_TRACE(suffix);
+      const Stream source = MakeScattered(("from" + suffix).c_str(), Pattern(size));
+      const Stream target = MakeScattered(("to" + suffix).c_str(), Pattern(oldSize, 2));
+      target->Seek(3, 0);
+      ASSERT_TRUE(source->CopyStream(target.get()));
+      EXPECT_EQ(Raw("to" + suffix).Value(), Pattern(size));
+      EXPECT_EQ(target->GetLength(), size);
+      EXPECT_EQ(target->GetCurDataPos(), size);
+      EXPECT_EQ(Raw("from" + suffix).Value(), Pattern(size));
+    }
+  }
+  EXPECT_EQ("", CheckFile(path));
+}
+
+TEST_F(StreamCopies, EndInFailureWhereTheSourceHasTooLittle) {
+  const Stream source = Make("source", Pattern(100)), empty = Make("empty", {});
+  Stream target = Make("target", Pattern(50, 2));
+  const Stream second(storage->OpenStream("source", kWriteFlags));
+  const Bytes before = File();
+  EXPECT_FALSE(source->CopyStream(nullptr));
+  EXPECT_FALSE(source->CopyStream(source.get()));
+  EXPECT_FALSE(source->CopyStream(second.get())) << "another object on the same stream";
+  EXPECT_EQ(File(), before);
+  EXPECT_FALSE(empty->CopyStream(target.get()));
+  EXPECT_EQ(Raw("target").length, 0U);
+  source->Seek(1, 0);
+  EXPECT_FALSE(source->CopyStream(target.get())) << "not at the start";
+  EXPECT_EQ(Raw("target").length, 0U);
+  ASSERT_TRUE(source->SetLength(60));
+  source->Seek(40, 0);
+  EXPECT_TRUE(source->CopyStream(target.get())) << "the chain holds more than the length";
+  EXPECT_EQ(Raw("target").Value(), Slice(Pattern(100), 40, 60));
+
+  // Without the right to erase, the old bytes are written over all the same.
+  target.reset(storage->OpenStream("target", kReadFlags));
+  source->Seek(0, 0);
+  EXPECT_TRUE(source->CopyStream(target.get()));
+  EXPECT_EQ(Raw("target").Value(), Slice(Pattern(100), 0, 60));
+}
+
+TEST_F(StreamCopies, CarryAFoldersDataAsBytes) {
+  const Stream folder = Make("f", {}, kFolderKind);
+  ASSERT_TRUE(Got(folder->CreateStream("child", kPlainKind, kWriteFlags)));
+  const Stream target = Make("target", {});
+  folder->Seek(0, 0);
+  ASSERT_TRUE(folder->CopyStream(target.get()));
+  EXPECT_EQ(Raw("target").Value(), FolderPayload({StreamRecord("child", false, 0, 0)}));
+}
+
+TEST_F(StreamCopies, ToABufferGiveAllOrNothing) {
+  std::uint8_t mark = 0;
+  std::uint8_t* buffer = &mark;
+  EXPECT_EQ(Make("empty", {})->CopyStreamToBuffer(buffer), 0U);
+  EXPECT_EQ(buffer, nullptr);
+  const Stream source = MakeScattered("source", Pattern(95));
+  ASSERT_EQ(source->CopyStreamToBuffer(buffer), 95U);
+  EXPECT_EQ(Bytes(buffer, buffer + 95), Pattern(95));
+  aoStream::FreeBuffer(buffer);
+  EXPECT_EQ(buffer, nullptr);
+  aoStream::FreeBuffer(buffer);
+  source->Seek(1, 0);
+  buffer = &mark;
+  EXPECT_EQ(source->CopyStreamToBuffer(buffer), 0U);
+  EXPECT_EQ(buffer, nullptr);
+
+  buffer = aoStream::AllocateBuffer(1000);
+  EXPECT_EQ(Bytes(buffer, buffer + 1000), Bytes(1000));
+  aoStream::FreeBuffer(buffer);
+
+  // A length that nothing stands behind takes no memory to speak of and fails.
+  PatchFile32(path, Raw("source").recordOffset + 68, 0xFFFFFFF0);
+  const Stream lying(storage->OpenStream("source", kReadFlags));
+  buffer = &mark;
+  EXPECT_EQ(lying->CopyStreamToBuffer(buffer), 0U);
+  EXPECT_EQ(buffer, nullptr);
+}
+
+// The file grew through another storage object since this one was opened.
+TEST_F(StreamCopies, ReachWhatAnotherStorageObjectAppended) {
+  const Bytes value = Pattern(20000);
+  Make("source", {});
+  const Stream folder = Make("f", {}, kFolderKind);
+  const Stream target = Make("target", {});
+  {
+    const Storage other = Open();
+    ASSERT_TRUE(Append(*Stream(other->OpenStream("source", kWriteFlags)), value));
+    const Stream otherFolder(other->OpenStream("f", kWriteFlags));
+    ASSERT_EQ(otherFolder->SetEntryEraseOld("entry", value.data(), 20000), 20000);
+  }
+  const Stream source(storage->OpenStream("source", kReadFlags));
+  ASSERT_EQ(source->GetLength(), 20000U);
+  std::uint8_t* buffer = nullptr;
+  EXPECT_EQ(source->CopyStreamToBuffer(buffer), 20000U);
+  aoStream::FreeBuffer(buffer);
+  std::uint32_t size = 0;
+  EXPECT_EQ(folder->GetEntryErasedOld("entry", &buffer, &size), 1);
+  EXPECT_EQ(size, 20000U);
+  aoStream::FreeBuffer(buffer);
+  source->Seek(0, 0);
+  EXPECT_TRUE(source->CopyStream(target.get()));
+  EXPECT_EQ(Raw("target").Value(), value);
+}
+
+}  // namespace
+}  // namespace aostorage::testing

@@ -1,0 +1,193 @@
+#include "paths.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include <aostorage/error.h>
+#include <aostorage/types.h>
+
+namespace aotool {
+namespace {
+
+Result NotFound(const std::string& what) { return {kNotFound, what}; }
+
+// Opens what the longest usable run of components of `rest` names in `place`. `used` receives the
+// length of the run; the stream is null when there is none.
+Result OpenLongestRun(Place place, std::string_view rest, std::uint32_t flags, std::size_t& used,
+                      StreamPtr& stream) {
+  std::string plainInTheWay;
+  for (used = rest.size(); used != std::string_view::npos && used != 0;
+       used = rest.rfind('/', used - 1)) {
+    if (used > aostorage::kMaxNameLength) continue;
+    const std::string name(rest.substr(0, used));
+    aostorage::ClearLastError();
+    stream = place.Open(name, flags);
+    if (!stream && !NameIsMissing()) return FromLibrary();
+    if (stream && (used == rest.size() || stream->IsFolder() == 1)) return {};
+    if (stream) plainInTheWay = name;
+    stream.reset();
+  }
+  if (plainInTheWay.empty()) return NotFound("there is no such stream");
+  return {kFailure, "'" + Shown(plainInTheWay) + "' on the way is no folder"};
+}
+
+Result Descend(std::string_view rest, std::uint32_t flags, Target& target) {
+  for (;;) {
+    std::size_t used = 0;
+    StreamPtr stream;
+    if (Result result = OpenLongestRun(target.parents.Bottom(), rest, flags, used, stream);
+        !result.Ok()) {
+      return result;
+    }
+    const std::string name(rest.substr(0, used));
+    if (used == rest.size()) {
+      target.name = name;
+      target.stream = std::move(stream);
+      return {};
+    }
+    target.parents.Push(name, std::move(stream));
+    rest.remove_prefix(used + 1);
+  }
+}
+
+// Without the slashes at both ends that add nothing.
+std::string_view Trimmed(std::string_view path) {
+  if (!path.empty() && path.front() == '/') path.remove_prefix(1);
+  if (!path.empty() && path.back() == '/') path.remove_suffix(1);
+  return path;
+}
+
+void Clear(Target& target) {
+  target.stream.reset();
+  while (!target.parents.Names().empty()) target.parents.Pop();
+}
+
+}  // namespace
+
+StreamPtr Place::Open(const std::string& name, std::uint32_t flags) const {
+  return StreamPtr(folder != nullptr ? folder->OpenStream(name.c_str(), flags)
+                                     : storage->OpenStream(name.c_str(), flags));
+}
+
+StreamPtr Place::Create(const std::string& name, std::uint32_t packedKind) const {
+  return StreamPtr(folder != nullptr
+                       ? folder->CreateStream(name.c_str(), packedKind, aostorage::kWriteFlags)
+                       : storage->CreateStream(name.c_str(), packedKind, aostorage::kWriteFlags));
+}
+
+bool NameIsMissing() {
+  const aostorage::Error error = aostorage::LastError();
+  return error == aostorage::Error::kNone || error == aostorage::Error::kNotFound;
+}
+
+Trail::~Trail() {
+  while (!folders.empty()) Pop();
+}
+
+Place Trail::Bottom() const {
+  return folders.empty() ? start : Place{start.storage, folders.back().get()};
+}
+
+void Trail::Push(const std::string& name, StreamPtr folder) {
+  names.push_back(name);
+  folders.push_back(std::move(folder));
+}
+
+void Trail::Pop() {
+  folders.pop_back();
+  names.pop_back();
+}
+
+std::string JoinPath(const std::vector<std::string>& parents, const std::string& name) {
+  std::string path;
+  for (const std::string& parent : parents) path += parent + "/";
+  return path + name;
+}
+
+bool IsRoot(const std::string& path) { return Trimmed(path).empty(); }
+
+Result Locate(const std::string& path, std::uint32_t flags, Target& target) {
+  if (path.empty()) return {kFailure, "the path is empty"};
+  // First as it stands: a root stream's name may begin or end with a slash.
+  Result result = Descend(path, flags, target);
+  if (result.code != kNotFound) return result;
+  Clear(target);
+  const std::string_view trimmed = Trimmed(path);
+  return trimmed.size() == path.size() ? result : Descend(trimmed, flags, target);
+}
+
+Result LocateForCreation(const std::string& path, Target& target) {
+  Result result = Locate(path, aostorage::kWriteFlags, target);
+  if (result.code != kNotFound) return result;
+
+  Clear(target);
+  const std::string_view trimmed = Trimmed(path);
+  const std::size_t slash = trimmed.rfind('/');
+  const std::string name(slash == std::string_view::npos ? trimmed : trimmed.substr(slash + 1));
+  if (result = CheckName(name); !result.Ok()) return result;
+  target.name = name;
+  if (slash == std::string_view::npos) return {};
+
+  const std::string folder(trimmed.substr(0, slash));
+  result = Descend(folder, aostorage::kWriteFlags, target);
+  if (result.code == kNotFound) return NotFound("there is no folder '" + Shown(folder) + "'");
+  if (!result.Ok()) return result;
+  if (target.stream->IsFolder() != 1) {
+    return {kFailure, "'" + Shown(folder) + "' is no folder"};
+  }
+  target.parents.Push(target.name, std::move(target.stream));
+  target.name = name;
+  return {};
+}
+
+Result LocatePlain(const std::string& path, Target& target) {
+  Result result = Locate(path, aostorage::kReadFlags, target);
+  if (result.Ok() && target.stream->IsFolder() == 1) return {kFailure, "is a folder"};
+  return result;
+}
+
+Result EnterFolder(Trail& trail, const std::string& name) {
+  if (Result result = CheckName(name); !result.Ok()) return result;
+  const Place place = trail.Bottom();
+  aostorage::ClearLastError();
+  StreamPtr folder = place.Open(name, aostorage::kWriteFlags);
+  if (!folder) {
+    if (!NameIsMissing()) return FromLibrary();
+    folder = place.Create(name, aostorage::PackKind(true));
+    if (!folder) return FromLibrary();
+  }
+  if (folder->IsFolder() != 1) return {kFailure, "a plain stream of that name is in the way"};
+  trail.Push(name, std::move(folder));
+  return {};
+}
+
+Result EnterPath(const std::string& path, Trail& trail) {
+  std::string_view rest = Trimmed(path);
+  while (!rest.empty()) {
+    std::size_t used = 0;
+    StreamPtr folder;
+    Result result = OpenLongestRun(trail.Bottom(), rest, aostorage::kWriteFlags, used, folder);
+    if (result.Ok()) {
+      if (folder->IsFolder() != 1) return {kFailure, "is no folder"};
+      trail.Push(std::string(rest.substr(0, used)), std::move(folder));
+    } else if (result.code == kNotFound) {
+      used = std::min(rest.find('/'), rest.size());
+      result = EnterFolder(trail, std::string(rest.substr(0, used)));
+    }
+    if (!result.Ok()) return result;
+    rest.remove_prefix(std::min(used + 1, rest.size()));
+  }
+  return {};
+}
+
+Result CheckName(const std::string& name) {
+  if (name.empty()) return {kFailure, "a name on the path is empty"};
+  if (name.size() > aostorage::kMaxNameLength) {
+    return {kFailure, "the name '" + Shown(name) + "' is longer than " +
+                          std::to_string(aostorage::kMaxNameLength) + " bytes"};
+  }
+  return {};
+}
+
+}  // namespace aotool

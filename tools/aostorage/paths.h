@@ -1,0 +1,87 @@
+// From slash-separated paths to streams.
+//
+// A path names a stream from the root down. Names may hold slashes themselves, so at each level the
+// longest run of components that is a name there is taken: a root stream called "a/b" is found as
+// "a/b" even when there is a folder "a". One leading and one trailing slash add nothing.
+#ifndef AOSTORAGE_TOOLS_PATHS_H_
+#define AOSTORAGE_TOOLS_PATHS_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "store.h"
+
+namespace aotool {
+
+// Where streams are named: a folder, or the root of the store. Borrows both.
+struct Place {
+  aostorage::aoStorage* storage = nullptr;
+  aostorage::aoStream* folder = nullptr;  // null: the root
+
+  // Null when there is none or it cannot be opened; the library's last error tells which.
+  StreamPtr Open(const std::string& name, std::uint32_t flags) const;
+  StreamPtr Create(const std::string& name, std::uint32_t packedKind) const;
+};
+
+// True when the last Open failed because there is no such name. Clear the last error before that
+// Open.
+bool NameIsMissing();
+
+// The open folders on the way from a place down to another. Ends them from the bottom up, as they
+// need it.
+class Trail {
+ public:
+  explicit Trail(Place top) : start(top) {}
+  Trail(const Trail&) = delete;
+  Trail& operator=(const Trail&) = delete;
+  ~Trail();
+
+  Place Bottom() const;
+  void Push(const std::string& name, StreamPtr folder);
+  void Pop();
+  const std::vector<std::string>& Names() const { return names; }
+
+ private:
+  Place start;
+  std::vector<std::string> names;
+  std::vector<StreamPtr> folders;
+};
+
+// What a path leads to. The order of the members is that of the owners.
+struct Target {
+  explicit Target(aostorage::aoStorage& storage) : parents({&storage, nullptr}) {}
+
+  Trail parents;
+  std::string name;
+  StreamPtr stream;
+};
+
+// The path of a name in `parents`, for messages.
+std::string JoinPath(const std::vector<std::string>& parents, const std::string& name);
+
+// True for "" and "/".
+bool IsRoot(const std::string& path);
+
+// Opens the stream at `path`.
+Result Locate(const std::string& path, std::uint32_t flags, Target& target);
+
+// As Locate, but a missing stream is no failure when its folder is there and its name is usable:
+// then `target.stream` is null and a stream may be made in `target.parents`.
+Result LocateForCreation(const std::string& path, Target& target);
+
+// Locate for a plain stream, for reading.
+Result LocatePlain(const std::string& path, Target& target);
+
+// Opens the folder `name` below `trail` and makes it when it is missing.
+Result EnterFolder(Trail& trail, const std::string& name);
+
+// Opens the folder at `path` and makes whatever is missing of it. `trail` starts at the root.
+Result EnterPath(const std::string& path, Trail& trail);
+
+// What keeps `name` from being given to a stream.
+Result CheckName(const std::string& name);
+
+}  // namespace aotool
+
+#endif  // AOSTORAGE_TOOLS_PATHS_H_

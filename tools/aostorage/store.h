@@ -1,0 +1,41 @@
+// Owners of the library's objects, and the opening of a store.
+#ifndef AOSTORAGE_TOOLS_STORE_H_
+#define AOSTORAGE_TOOLS_STORE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <aostorage/storage.h>
+#include <aostorage/stream.h>
+
+#include "report.h"
+
+namespace aotool {
+
+struct Releaser {
+  void operator()(aostorage::aoStorage* storage) const { storage->Release(); }
+  void operator()(aostorage::aoStream* stream) const { stream->Release(); }
+};
+// Declare a storage before its streams and a folder before its children: they end in the reverse
+// order.
+using StoragePtr = std::unique_ptr<aostorage::aoStorage, Releaser>;
+using StreamPtr = std::unique_ptr<aostorage::aoStream, Releaser>;
+
+// Removes the stream from the store. A failed removal leaves the object.
+Result Remove(StreamPtr& stream);
+
+// Opens the store for reading. A directory that breaks off is reported and what was read of it
+// serves. Null after a failure, which is reported.
+StoragePtr OpenForReading(const std::string& path, Report& report);
+
+// Opens the store for changes. A damaged directory is a failure: a name that it lost could be given
+// twice. `reserve` is what each new block of a plain stream gets beyond its data.
+StoragePtr OpenForWriting(const std::string& path, std::uint32_t reserve, Report& report);
+
+// Makes an empty store where nothing stands, or, with `replace`, in the place of another store.
+Result CreateStore(const std::string& path, bool replace);
+
+}  // namespace aotool
+
+#endif  // AOSTORAGE_TOOLS_STORE_H_

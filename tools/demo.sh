@@ -1,0 +1,108 @@
+#!/usr/bin/env bash
+# Shows the tool at work on real input: a directory tree goes into a new store and out again, and must
+# come back as it went in.
+#
+#   demo.sh TOOL [DIR]
+#
+# TOOL is the aostorage program. Without DIR the machine's documentation is taken, or where there is
+# none, the sources of this project.
+set -euo pipefail
+export LC_ALL=C # names are bytes
+
+readonly longest_name=60
+
+usage() {
+  echo "usage: demo.sh TOOL [DIR]" >&2
+  exit 2
+}
+
+say() { printf '==> %s\n' "$*"; }
+
+has_files() { [[ -d $1 && -n $(find "$1" -type f -print -quit 2>/dev/null) ]]; }
+
+default_tree() {
+  local here
+  here=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)
+  if has_files /usr/share/doc; then
+    echo /usr/share/doc
+  elif [[ -d $here/include ]]; then
+    echo "$here"
+  else
+    echo /etc
+  fi
+}
+
+# copy_tree FROM TO: the files and directories that a store can take. Links are left out, and so is
+# whatever has a name that is too long or holds control characters: it would come back under another.
+copy_tree() {
+  local from=$1 to=$2
+  local unusable=(-regextype posix-extended
+    '(' -regex ".*/[^/]{$((longest_name + 1)),}" -o -name '*[[:cntrl:]]*' ')')
+  mkdir -p -- "$to"
+  cd -- "$from"
+  { find . -mindepth 1 "${unusable[@]}" -prune -printf 'left out, its name cannot be kept: %P\n' || true; } |
+    cat -v
+  { find . -mindepth 1 "${unusable[@]}" -prune -o -type d -print0 || true; } |
+    (cd -- "$to" && xargs -0 --no-run-if-empty mkdir -p --)
+  { find . -mindepth 1 "${unusable[@]}" -prune -o -type f -readable -print0 || true; } |
+    xargs -0 --no-run-if-empty cp --parents --no-preserve=all -t "$to" --
+}
+
+# timed LABEL BYTES COMMAND...: runs it and prints seconds and MB/s.
+timed() {
+  local label=$1 bytes=$2 start end
+  shift 2
+  start=$(date +%s%N)
+  "$@"
+  end=$(date +%s%N)
+  awk -v label="$label" -v bytes="$bytes" -v nanoseconds=$((end - start)) 'BEGIN {
+    seconds = nanoseconds / 1e9
+    printf "    %-8s %8.2f s %10.1f MB/s\n", label, seconds, (seconds > 0 ? bytes / 1e6 / seconds : 0)
+  }'
+}
+
+(($# == 1 || $# == 2)) || usage
+tool=$(realpath -- "$1")
+[[ -x $tool ]] || usage
+tree=$(realpath -- "${2-$(default_tree)}")
+has_files "$tree" || {
+  echo "demo.sh: no files in $tree" >&2
+  exit 2
+}
+
+work=$(mktemp -d)
+trap 'rm -rf -- "$work"' EXIT
+store=$work/demo.store
+
+say "copying $tree, without links"
+(copy_tree "$tree" "$work/in")
+files=$(find "$work/in" -type f | wc -l)
+folders=$(find "$work/in" -mindepth 1 -type d | wc -l)
+bytes=$(find "$work/in" -type f -printf '%s\n' | awk '{ sum += $1 } END { printf "%d", sum }')
+say "$files files and $folders folders, $bytes bytes"
+
+say "importing into a new store"
+"$tool" create "$store"
+timed import "$bytes" "$tool" import "$store" "$work/in"
+
+say "what the store tells"
+"$tool" info "$store" | sed 's/^/    /'
+say "its root, the first lines of $("$tool" ls "$store" | wc -l)"
+"$tool" ls -l "$store" >"$work/listing"
+head -n 5 "$work/listing" | sed 's/^/    /'
+"$tool" tree "$store" >"$work/listing"
+listed=$(wc -l <"$work/listing")
+if ((listed != files + folders)); then
+  echo "demo.sh: the tree lists $listed streams and folders, not $((files + folders))" >&2
+  exit 1
+fi
+
+say "exporting"
+timed export "$bytes" "$tool" export "$store" "$work/out"
+
+say "comparing"
+if ! diff -r --no-dereference -- "$work/in" "$work/out"; then
+  echo "demo.sh: what came out differs from what went in" >&2
+  exit 1
+fi
+say "identical: $files files, $folders folders, $bytes bytes; the store file has $(stat -c %s "$store") bytes"
