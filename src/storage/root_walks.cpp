@@ -106,7 +106,7 @@ aoStream* aoStorage::OpenStreamFirst(StreamCookie& cookie, std::uint32_t flags) 
   return StreamMaker::Make([&]() -> std::unique_ptr<StreamCore> {
     CMapSort& map = core->streamMap;
     if (core->sortEnabled) map.Sort(core->sortDescending);
-    if (map.Count() == 0) return Fail(Error::kNotFound), nullptr;
+    if (map.Count() == 0) return nullptr;
     if (core->sortEnabled) {
       cookie = SortedNext(map, 0);
       return OpenEntry(core, map.SortedAt(0), flags);
@@ -120,6 +120,7 @@ aoStream* aoStorage::OpenStreamFirst(StreamCookie& cookie, std::uint32_t flags) 
 aoStream* aoStorage::OpenStreamNext(StreamCookie& cookie, std::uint32_t flags) {
   return StreamMaker::Make([&]() -> std::unique_ptr<StreamCore> {
     CMapSort& map = core->streamMap;
+    if (cookie == (core->sortEnabled ? kSortedEnd : kUnsortedEnd)) return nullptr;
     if (core->sortEnabled) {
       if (cookie < 0 || static_cast<std::size_t>(cookie) >= map.SortedCount()) {
         cookie = kSortedEnd;
@@ -158,7 +159,7 @@ aoStream* aoStorage::OpenStreamFirst2(int& position, std::uint32_t flags) {
       if (block.NextDirectory() == 0) break;
       if (!walk.Step(block.NextDirectory())) return nullptr;
     }
-    if (names.empty()) return Fail(Error::kNotFound), nullptr;
+    if (names.empty()) return nullptr;
     position = 0;
     return RootStreams(core).Open(names.front().c_str(), flags);
   });
@@ -167,9 +168,8 @@ aoStream* aoStorage::OpenStreamFirst2(int& position, std::uint32_t flags) {
 aoStream* aoStorage::OpenStreamNext2(int& position, std::uint32_t flags) {
   return StreamMaker::Make([&]() -> std::unique_ptr<StreamCore> {
     const std::vector<std::string>& names = core->streamNames;
-    if (position < 0 || static_cast<std::size_t>(position) + 1 >= names.size()) {
-      return Fail(Error::kNotFound), nullptr;
-    }
+    if (position < 0) return Fail(Error::kBadArgument), nullptr;
+    if (static_cast<std::size_t>(position) + 1 >= names.size()) return nullptr;
     ++position;
     return RootStreams(core).Open(names[static_cast<std::size_t>(position)].c_str(), flags);
   });
@@ -185,6 +185,7 @@ int aoStorage::IterateSortedStreamsNoOPENS(CIterateSortedStreams* iteration) {
       iteration->nextIndex = 0;
       if (map.SortedCount() == 0) return 0;
     }
+    if (iteration->nextIndex == kSortedEnd) return 0;
     const auto entry = map.SortedAt(iteration->nextIndex);
     if (!entry) return Fail(Error::kNotFound), 0;
     iteration->streamName = entry->name;

@@ -261,6 +261,9 @@ TEST_F(Tool, ListsInTheOrderAskedFor) {
   for (const std::string name : {"5F000708", "a", "5F000000"}) Code({"put", store, name}, "12");
   EXPECT_EQ(Run({"ls", store}).out, "5F000000\n5F000708\na\n");
   EXPECT_EQ(Run({"ls", store, "--sort", "slot"}).out, "5F000708\na\n5F000000\n");
+  for (const std::string order : {"name", "none", "slot"}) {
+    EXPECT_EQ(Code({"ls", store, "--sort", order}), 0) << order;
+  }
   EXPECT_EQ(Run({"ls", store, "--sort", "none", "-l"}).out.size(),
             Run({"ls", "-l", store}).out.size());
   EXPECT_EQ(Run({"ls", store, "--durations"}).out,
