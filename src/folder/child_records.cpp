@@ -20,6 +20,17 @@ void ChildRecords::Forget() {
   begunHere = verified = false;
 }
 
+// An index that could take only half of a change, for want of memory, would tell lies.
+template <typename Change>
+void ChildRecords::Note(Change change) {
+  try {
+    change();
+  } catch (...) {
+    Forget();
+    throw;
+  }
+}
+
 FolderIndex* ChildRecords::Index() {
   SharedStream& shared = *folder.Shared();
   const std::uint64_t epoch = storage.IndexEpoch();
@@ -57,7 +68,7 @@ ChildRecords::Result ChildRecords::ScanSlot(FolderIndex& index, ChildRecord& rec
   }
   record.slotIndex = index.Scanned();
   record.place = HeaderPlace(scan->Pieces());
-  index.AddSlot(record.header, scan->Pieces(), scan->Cursor());
+  Note([&] { index.AddSlot(record.header, scan->Pieces(), scan->Cursor()); });
   return Result::kFound;
 }
 
@@ -184,7 +195,7 @@ ChildRecords::Step ChildRecords::AddInVacated(FolderIndex& index, std::uint32_t 
     Forget();
     return Step::kFailed;
   }
-  index.SlotTaken(slotIndex, name);
+  Note([&] { index.SlotTaken(slotIndex, name); });
   PlaceBehind(index, record);
   return Step::kDone;
 }
@@ -201,7 +212,7 @@ bool ChildRecords::Append(FolderIndex& index, const char* name, std::uint32_t pa
     return false;
   }
   record.place = HeaderPlace(pieces);
-  index.AddSlot(record.header, pieces, folder.Cursor());
+  Note([&] { index.AddSlot(record.header, pieces, folder.Cursor()); });
   // A count that lies stays a lie, but it does not come round to 0.
   if (index.CountWord() != std::numeric_limits<std::uint32_t>::max())
     folder.SetChildCount(index.CountWord() + 1);

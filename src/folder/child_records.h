@@ -56,6 +56,8 @@ class ChildRecords {
   // The folder's index, begun with the count word if there is none that is still good; null when
   // the count word cannot be read.
   FolderIndex* Index();
+  template <typename Change>
+  void Note(Change change);
   Result ScanSlot(FolderIndex& index, ChildRecord& record);
   [[nodiscard]] bool ScanAll(FolderIndex& index);
   Result ScanFor(const char* name, FolderIndex& index, ChildRecord& record);

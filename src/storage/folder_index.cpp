@@ -1,6 +1,11 @@
 #include "storage/folder_index.h"
 
 namespace aostorage::detail {
+namespace {
+
+std::uint32_t SecondHalf(std::uint64_t hash) { return static_cast<std::uint32_t>(hash >> 32); }
+
+}  // namespace
 
 void FolderIndex::AddSlot(const tag_aoStream& record, const FilePieces& pieces,
                           const ChainCursor& after) {
@@ -8,7 +13,7 @@ void FolderIndex::AddSlot(const tag_aoStream& record, const FilePieces& pieces,
   const bool inUse = IsInUse(record);
   const bool damaged = !HasMagic(record);
   const FilePiece& first = pieces.front();
-  slots.push_back({first.block, first.offset - first.block, inUse, damaged});
+  slots.push_back({first.block, first.offset - first.block, 0, inUse, damaged});
   if (pieces.size() > 1) splitSlots[slotIndex] = pieces;
   if (inUse && HasTerminatedName(record)) AddName(slotIndex, record.name);
   if (!inUse && !damaged) vacated.insert(slotIndex);
@@ -38,7 +43,9 @@ void FolderIndex::SlotTaken(std::uint32_t slotIndex, std::string_view name) {
 }
 
 std::optional<std::uint32_t> FolderIndex::SlotOf(std::string_view name) const {
-  return slotByName.Find(HashOfName(name), [](std::uint32_t) { return true; });
+  const std::uint64_t hash = HashOfName(name);
+  return slotByName.Find(
+      hash, [&](std::uint32_t slotIndex) { return slots[slotIndex].nameHash == SecondHalf(hash); });
 }
 
 std::optional<std::uint32_t> FolderIndex::FirstVacated() const {
@@ -67,11 +74,13 @@ ChainCursor FolderIndex::CursorAt(std::uint32_t slotIndex) const {
 }
 
 void FolderIndex::AddName(std::uint32_t slotIndex, std::string_view name) {
+  const std::uint64_t hash = HashOfName(name);
   const std::optional<std::uint32_t> present = SlotOf(name);
+  slots[slotIndex].nameHash = SecondHalf(hash);
   if (present) duplicates = true;
   if (present && *present < slotIndex) return;
-  if (present) slotByName.Erase(HashOfName(name), *present);
-  slotByName.Insert(HashOfName(name), slotIndex);
+  if (present) slotByName.Erase(hash, *present);
+  slotByName.Insert(hash, slotIndex);
 }
 
 // With a name in two slots, the one that is left can be any of those seen.

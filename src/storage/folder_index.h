@@ -69,6 +69,7 @@ class FolderIndex {
   struct Slot {
     std::uint32_t block;        // block of the slot's first byte
     std::uint32_t blockOffset;  // and the byte's place in it
+    std::uint32_t nameHash;     // the half that the table of names does not keep
     bool inUse;
     bool damaged;
   };

@@ -19,16 +19,18 @@ inline std::uint64_t HashOfName(std::string_view name) {
   return hash ^ (hash >> 32);
 }
 
-// Open addressing in one flat array, at most half full: a lookup in a large directory touches
-// little memory. Names are not kept; the caller tells whether a value is the one it looks for.
+// Open addressing in one flat array of 8 bytes a place, at most half full: a lookup in a large
+// directory touches little memory. Half of the hash is kept and no name; the caller tells whether a
+// value is the one it looks for.
 class HashIndex {
  public:
   // The first value under `hash` that `matches` takes.
   template <typename Matches>
   std::optional<std::uint32_t> Find(std::uint64_t hash, Matches matches) const {
     if (places.empty()) return std::nullopt;
-    for (std::size_t i = Home(hash); places[i].taken; i = Next(i)) {
-      if (places[i].hash == hash && matches(places[i].value)) return places[i].value;
+    const std::uint32_t tag = TagOf(hash);
+    for (std::size_t i = Home(tag); places[i].taken != 0; i = Next(i)) {
+      if (places[i].tag == tag && matches(places[i].Value())) return places[i].Value();
     }
     return std::nullopt;
   }
@@ -40,19 +42,22 @@ class HashIndex {
 
   void Insert(std::uint64_t hash, std::uint32_t value) {
     MakeRoom();
-    Put({hash, value, true});
+    Put({TagOf(hash), value + 1});
     ++count;
   }
 
   void Erase(std::uint64_t hash, std::uint32_t value) {
     if (places.empty()) return;
-    std::size_t gap = Home(hash);
-    while (places[gap].taken && !(places[gap].hash == hash && places[gap].value == value))
+    const Place wanted{TagOf(hash), value + 1};
+    std::size_t gap = Home(wanted.tag);
+    while (places[gap].taken != 0 &&
+           !(places[gap].tag == wanted.tag && places[gap].taken == wanted.taken)) {
       gap = Next(gap);
-    if (!places[gap].taken) return;
+    }
+    if (places[gap].taken == 0) return;
     // Closes the gap, so that no search ends at it too early.
-    for (std::size_t i = Next(gap); places[i].taken; i = Next(i)) {
-      if (Distance(Home(places[i].hash), i) >= Distance(gap, i)) {
+    for (std::size_t i = Next(gap); places[i].taken != 0; i = Next(i)) {
+      if (Distance(Home(places[i].tag), i) >= Distance(gap, i)) {
         places[gap] = places[i];
         gap = i;
       }
@@ -63,24 +68,24 @@ class HashIndex {
 
  private:
   struct Place {
-    std::uint64_t hash = 0;
-    std::uint32_t value = 0;
-    bool taken = false;
+    std::uint32_t tag = 0;
+    std::uint32_t taken = 0;  // the value plus one, 0 for an empty place
+
+    std::uint32_t Value() const { return taken - 1; }
   };
 
   static constexpr std::size_t kFirstSize = 16;
 
-  std::size_t Home(std::uint64_t hash) const {
-    return static_cast<std::size_t>(hash) & (places.size() - 1);
-  }
+  static std::uint32_t TagOf(std::uint64_t hash) { return static_cast<std::uint32_t>(hash); }
+  std::size_t Home(std::uint32_t tag) const { return tag & (places.size() - 1); }
   std::size_t Next(std::size_t i) const { return (i + 1) & (places.size() - 1); }
   std::size_t Distance(std::size_t from, std::size_t to) const {
     return (to - from) & (places.size() - 1);
   }
 
   void Put(const Place& place) {
-    std::size_t i = Home(place.hash);
-    while (places[i].taken) i = Next(i);
+    std::size_t i = Home(place.tag);
+    while (places[i].taken != 0) i = Next(i);
     places[i] = place;
   }
 
@@ -88,7 +93,7 @@ class HashIndex {
     std::vector<Place> old(places.empty() ? kFirstSize : places.size() * 2);
     old.swap(places);
     for (const Place& place : old) {
-      if (place.taken) Put(place);
+      if (place.taken != 0) Put(place);
     }
   }
 

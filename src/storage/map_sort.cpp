@@ -54,16 +54,16 @@ const CMapSort::Entry* CMapSort::EntryOf(EntryId id) const {
   if (id <= 0) return nullptr;
   const auto bits = static_cast<std::uint64_t>(id);
   const std::uint64_t place = (bits & kPlaceMask) - 1;  // a place of 0 - 1 is far out of range
-  if (place >= pool.size()) return nullptr;
-  const Entry& entry = pool[static_cast<std::size_t>(place)];
+  if (place >= poolSize) return nullptr;
+  const Entry& entry = PoolEntry(static_cast<std::uint32_t>(place));
   return entry.used && IdOf(entry) == id ? &entry : nullptr;
 }
 
 const CMapSort::Entry* CMapSort::FindEntry(std::string_view name) const {
   const auto place = index.Find(HashOfName(name), [&](std::uint32_t candidate) {
-    return name == pool[candidate].name.data();
+    return name == PoolEntry(candidate).name.data();
   });
-  return place ? &pool[*place] : nullptr;
+  return place ? &PoolEntry(*place) : nullptr;
 }
 
 CMapSort::Entry* CMapSort::FindEntry(std::string_view name) {
@@ -101,11 +101,7 @@ void CMapSort::Store(std::string_view name, const tag_aoStreamOffset& locator) {
 void CMapSort::MakeRoom() {
   if (freeEntries.capacity() < freeEntries.size() + 2)
     freeEntries.reserve(2 * freeEntries.size() + 2);
-  if (freeEntries.empty()) {
-    Entry& spare = pool.emplace_back();
-    spare.place = static_cast<std::uint32_t>(pool.size() - 1);
-    freeEntries.push_back(&spare);
-  }
+  if (freeEntries.empty()) freeEntries.push_back(AddToPool());
   index.MakeRoom();
 }
 
@@ -154,7 +150,8 @@ void CMapSort::Sort(bool descending) {
   sortDescending = descending;
   std::vector<SortKey> order;
   order.reserve(count);
-  for (const Entry& entry : pool) {
+  for (std::uint32_t place = 0; place < poolSize; ++place) {
+    const Entry& entry = PoolEntry(place);
     if (entry.used) order.push_back({PrefixOf(entry.name.data()), entry.name.data(), IdOf(entry)});
   }
   std::sort(order.begin(), order.end());
@@ -176,8 +173,14 @@ CMapSort::Entry* CMapSort::TakeFromPool() {
     freeEntries.pop_back();
     return entry;
   }
-  Entry& entry = pool.emplace_back();
-  entry.place = static_cast<std::uint32_t>(pool.size() - 1);
+  return AddToPool();
+}
+
+CMapSort::Entry* CMapSort::AddToPool() {
+  if (poolSize == chunks.size() * kChunkSize)
+    chunks.push_back(std::make_unique<Entry[]>(kChunkSize));
+  Entry& entry = PoolEntry(poolSize);
+  entry.place = poolSize++;
   return &entry;
 }
 

@@ -5,7 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -84,9 +84,17 @@ class CMapSort {
   Entry* FindEntry(std::string_view name);
   const Entry* FindEntry(std::string_view name) const;
   Entry* TakeFromPool();
+  Entry* AddToPool();
 
   std::array<Entry*, kBucketCount> buckets{};
-  std::deque<Entry> pool;  // entries never move
+  // The pool grows by whole chunks, so that entries never move and lie close together.
+  static constexpr std::size_t kChunkSize = 256;
+  Entry& PoolEntry(std::uint32_t place) const {
+    return chunks[place / kChunkSize][place % kChunkSize];
+  }
+
+  std::vector<std::unique_ptr<Entry[]>> chunks;
+  std::uint32_t poolSize = 0;  // entries of the chunks that were ever in use
   std::vector<Entry*> freeEntries;
   HashIndex index;  // name to place in the pool
   std::size_t count = 0;
