@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 #include <limits>
 
+#include "folder/child_streams.h"
 #include "platform/last_error.h"
 #include "storage/root_streams.h"
 
@@ -14,21 +16,19 @@ constexpr auto kRecordSize = static_cast<std::uint32_t>(StreamHeader::kSize);
 
 }  // namespace
 
+ChildRecords::ChildRecords(StreamCore& openFolder)
+    : folder(openFolder),
+      storage(openFolder.Storage()),
+      exceptionsBefore(std::uncaught_exceptions()) {}
+
+ChildRecords::~ChildRecords() {
+  if (std::uncaught_exceptions() > exceptionsBefore) Forget();
+}
+
 void ChildRecords::Forget() {
   folder.Shared()->index.reset();
   scan.reset();
   begunHere = verified = false;
-}
-
-// An index that could take only half of a change, for want of memory, would tell lies.
-template <typename Change>
-void ChildRecords::Note(Change change) {
-  try {
-    change();
-  } catch (...) {
-    Forget();
-    throw;
-  }
 }
 
 FolderIndex* ChildRecords::Index() {
@@ -68,7 +68,7 @@ ChildRecords::Result ChildRecords::ScanSlot(FolderIndex& index, ChildRecord& rec
   }
   record.slotIndex = index.Scanned();
   record.place = HeaderPlace(scan->Pieces());
-  Note([&] { index.AddSlot(record.header, scan->Pieces(), scan->Cursor()); });
+  index.AddSlot(record.header, scan->Pieces(), scan->Cursor());
   return Result::kFound;
 }
 
@@ -183,8 +183,9 @@ ChildRecords::Step ChildRecords::AddInVacated(FolderIndex& index, std::uint32_t 
   std::uint32_t lastBlock = record.header.lastBlock;
   std::uint32_t firstBlock = record.header.firstBlock;
   if (PackedFolder(packedKind)) {
-    bool fit = true;
-    if (!EmptyChain(storage, firstBlock, fit)) return Step::kFailed;
+    // A chain that is the folder's own, or of one around it, is damage too, and not to be emptied.
+    bool fit = !LeadsBack(folder, record.header, record.place.Offset());
+    if (fit && !EmptyChain(storage, firstBlock, fit)) return Step::kFailed;
     if (!fit) firstBlock = lastBlock = 0;
   }
   record.header = NewStreamHeader(name, packedKind, lastBlock, firstBlock);
@@ -195,7 +196,8 @@ ChildRecords::Step ChildRecords::AddInVacated(FolderIndex& index, std::uint32_t 
     Forget();
     return Step::kFailed;
   }
-  Note([&] { index.SlotTaken(slotIndex, name); });
+  index.SlotTaken(slotIndex, name);
+  storage.sharedStreams.Displace(record.place.Offset());
   PlaceBehind(index, record);
   return Step::kDone;
 }
@@ -212,7 +214,8 @@ bool ChildRecords::Append(FolderIndex& index, const char* name, std::uint32_t pa
     return false;
   }
   record.place = HeaderPlace(pieces);
-  Note([&] { index.AddSlot(record.header, pieces, folder.Cursor()); });
+  storage.sharedStreams.Displace(record.place.Offset());
+  index.AddSlot(record.header, pieces, folder.Cursor());
   // A count that lies stays a lie, but it does not come round to 0.
   if (index.CountWord() != std::numeric_limits<std::uint32_t>::max())
     folder.SetChildCount(index.CountWord() + 1);
@@ -248,6 +251,7 @@ ChildRecords::Result ChildRecords::NextInUse(std::uint32_t& slotIndex, bool boun
   for (;;) {
     FolderIndex* index = Index();
     if (index == nullptr) return Result::kFailed;
+    if (bounded && static_cast<std::int32_t>(index->CountWord()) <= 0) return Result::kAbsent;
     std::optional<std::uint32_t> next = index->NextToVisit(slotIndex);
     bool justRead = false;
     while (!next && !index->Complete()) {
@@ -277,11 +281,13 @@ ChildRecords::Result ChildRecords::NextInUse(std::uint32_t& slotIndex, bool boun
 }
 
 // Slots behind those that the count word promises: an interrupted creation leaves one.
-ChildRecords::Result ChildRecords::NextBehindCount(const FolderIndex& index,
-                                                   std::uint32_t& slotIndex, ChildRecord& record) {
+ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint32_t& slotIndex,
+                                                   ChildRecord& record) {
   if (index.NothingBehind()) return Result::kAbsent;
-  ChildScan further(storage.file, index.End());
-  for (std::uint32_t i = index.Scanned();; ++i) {
+  // A walk goes on where its last step ended.
+  const bool goesOn = index.BehindSlot() > index.Scanned() && index.BehindSlot() <= slotIndex;
+  ChildScan further(storage.file, goesOn ? index.BehindCursor() : index.End());
+  for (std::uint32_t i = goesOn ? index.BehindSlot() : index.Scanned();; ++i) {
     const ChildScan::Result result = further.ReadRecord(record.header);
     if (result == ChildScan::Result::kFailed) return Result::kFailed;
     if (result == ChildScan::Result::kEnd) return Result::kAbsent;
@@ -294,6 +300,7 @@ ChildRecords::Result ChildRecords::NextBehindCount(const FolderIndex& index,
     }
     record.slotIndex = i;
     record.place = HeaderPlace(further.Pieces());
+    index.SetBehind(i + 1, further.Cursor());
     folder.PlaceCursor(further.Cursor());
     return Result::kFound;
   }

@@ -28,8 +28,11 @@ class ChildRecords {
     kFailed,  // the folder cannot be read as far as needed
   };
 
-  explicit ChildRecords(StreamCore& openFolder)
-      : folder(openFolder), storage(openFolder.Storage()) {}
+  explicit ChildRecords(StreamCore& openFolder);
+  ChildRecords(const ChildRecords&) = delete;
+  ChildRecords& operator=(const ChildRecords&) = delete;
+  // An operation that memory cut short may have left half a change in the index: it is forgotten.
+  ~ChildRecords();
 
   // The first record of that name. The cursor then stands on its first byte.
   Result Find(const char* name, ChildRecord& record);
@@ -56,8 +59,6 @@ class ChildRecords {
   // The folder's index, begun with the count word if there is none that is still good; null when
   // the count word cannot be read.
   FolderIndex* Index();
-  template <typename Change>
-  void Note(Change change);
   Result ScanSlot(FolderIndex& index, ChildRecord& record);
   [[nodiscard]] bool ScanAll(FolderIndex& index);
   Result ScanFor(const char* name, FolderIndex& index, ChildRecord& record);
@@ -66,7 +67,7 @@ class ChildRecords {
                               ChildRecord& record);
   // Whether the index tells the truth about what is not there.
   bool MayBelieve();
-  Result NextBehindCount(const FolderIndex& index, std::uint32_t& slotIndex, ChildRecord& record);
+  Result NextBehindCount(FolderIndex& index, std::uint32_t& slotIndex, ChildRecord& record);
   enum class Step { kDone, kAgain, kFailed };
   Step AddInVacated(FolderIndex& index, std::uint32_t slotIndex, const char* name,
                     std::uint32_t packedKind, ChildRecord& record);
@@ -76,6 +77,7 @@ class ChildRecords {
 
   StreamCore& folder;
   StorageCore& storage;
+  int exceptionsBefore;
   std::optional<ChildScan> scan;  // going on where the index ends
   bool begunHere = false;         // the index was begun in this operation
   bool verified = false;          // nobody else has changed the file since it was begun

@@ -10,6 +10,9 @@ namespace aostorage::detail {
 
 bool FileWindow::Read(std::uint64_t offset, std::uint8_t* out, std::uint32_t count) {
   if (offset < start || offset + count > start + bytes.size()) {
+    // Blocks that lie far apart are not worth a large window each.
+    const bool nearby = offset >= start && offset < start + 2 * bytes.size();
+    if (!nearby) nextSize = kFirstSize;
     bytes.resize(std::max(nextSize, count));
     const std::optional<std::size_t> got = file.ReadAt(offset, bytes.data(), bytes.size());
     start = offset;
@@ -48,7 +51,7 @@ ChildScan::Result ChildScan::ReadBytes(std::uint8_t* out, std::uint32_t count) {
     }
     if (done == count) return Result::kRecord;
     if (cursor.header.nextBlock == 0) return stay(Result::kEnd);
-    if (!cursor.Step()) return stay(Result::kFailed);
+    if (!cursor.Step(window.Source())) return stay(Result::kFailed);
   }
 }
 

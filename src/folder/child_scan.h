@@ -19,9 +19,10 @@ class FileWindow {
   explicit FileWindow(File& openFile) : file(openFile) {}
   // False when the file cannot be read or ends before the bytes do.
   [[nodiscard]] bool Read(std::uint64_t offset, std::uint8_t* out, std::uint32_t count);
+  File& Source() { return file; }
 
  private:
-  // The first read is small, since most folders are; each further one is larger.
+  // The first read is small, since most folders are; each further one nearby is larger.
   static constexpr std::uint32_t kFirstSize = 4096;
   static constexpr std::uint32_t kLargestSize = 65536;
 

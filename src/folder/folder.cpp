@@ -97,7 +97,7 @@ aoStream* aoStream::OpenStreamFirst(std::uint32_t& cookie, std::uint32_t flags) 
     ChildStreams children(*core);
     if (!children.ReadCount()) return child;
     cookie = CookieOf(0);
-    if (static_cast<std::int32_t>(core->ChildCount()) <= 0) return child;
+
     std::uint32_t slotIndex = 0;
     children.OpenNext(slotIndex, true, flags, child);
     cookie = CookieOf(slotIndex);

@@ -10,26 +10,53 @@
 
 namespace aostorage::detail {
 
+namespace {
+
+// Takes the names that lead to this stream out of the map: its own, and one that another object
+// gave it. A name that leads to another slot by now is not this stream's any more.
+bool LeaveMap(StreamCore& stream) {
+  bool wasThere = false;
+  CMapSort& map = stream.Storage().streamMap;
+  for (const char* name :
+       {stream.Header().name, stream.Shared() != nullptr ? stream.Shared()->onDisk.name : ""}) {
+    tag_aoStreamOffset locator;
+    if (map.Lookup(name, locator) && locator.headerOffset == stream.Locator().headerOffset) {
+      wasThere = map.Remove(name) || wasThere;
+    }
+  }
+  return wasThere;
+}
+
+// A child that was opened by its locator as if it were a root stream: no index knows of it.
+bool IsStrayChild(const StreamCore& stream) {
+  return !stream.IsChild() && stream.Locator().directoryOffset == 0;
+}
+
+}  // namespace
+
 bool RenameStream(StreamCore& stream, const char* newName) {
   StorageCore& storage = stream.Storage();
   const std::string oldName = stream.Header().name;
   // All that takes memory comes before the file is changed.
   std::string cutName(std::string_view(newName).substr(0, kMaxNameLength));
   std::string key = cutName;
-  if (!stream.IsChild()) storage.streamMap.MakeRoom();
-  if (!stream.WriteName(cutName)) {
+  const bool inMap = !stream.IsChild() && !IsStrayChild(stream);
+  if (inMap) storage.streamMap.MakeRoom();
+  const bool wasThere = inMap && LeaveMap(stream);
+  const bool written = stream.WriteName(cutName);
+  if (inMap && (written || wasThere)) {
+    tag_aoStreamOffset locator = stream.Locator();
+    locator.durationSeconds = DurationSeconds(stream.Header());
+    storage.streamMap.Store(written ? cutName : oldName, locator);
+  } else if (IsStrayChild(stream)) {
+    storage.ForgetIndexes();
+  }
+  if (!written) {
     stream.ForgetFolderIndex();
     return false;
   }
-  if (stream.IsChild()) {
-    stream.ChangeFolderIndex(
-        [&](FolderIndex& index) { index.SlotRenamed(stream.SlotIndex(), oldName, cutName); });
-  } else {
-    tag_aoStreamOffset locator = stream.Locator();
-    locator.durationSeconds = DurationSeconds(stream.Header());
-    storage.streamMap.Remove(oldName);
-    storage.streamMap.Store(cutName, locator);
-  }
+  stream.ChangeFolderIndex(
+      [&](FolderIndex& index) { index.SlotRenamed(stream.SlotIndex(), oldName, cutName); });
   stream.OwningRegistry().Rename(oldName, std::move(cutName), std::move(key));
   return true;
 }
@@ -38,61 +65,63 @@ bool VacateSlot(StreamCore& stream, StreamCore::Sharing sharing) {
   StorageCore& storage = stream.Storage();
   const std::string name = stream.Header().name;
   if (sharing == StreamCore::Sharing::kLasting) stream.CloseInRegistry();
-  if (!stream.IsChild()) storage.streamMap.Remove(name);
   if (stream.IsRemoved())
     return true;  // through another object; the slot may be somebody else's by now
+  if (!stream.IsChild()) LeaveMap(stream);
   if (!stream.WriteVacated()) {
     stream.ForgetFolderIndex();
     return false;
   }
-  if (stream.IsChild()) {
-    stream.ChangeFolderIndex(
-        [&](FolderIndex& index) { index.SlotVacated(stream.SlotIndex(), name); });
-  } else {
-    storage.directory.SlotVacated(stream.Locator());
-  }
+  if (IsStrayChild(stream)) storage.ForgetIndexes();
+  if (!stream.IsChild()) storage.directory.SlotVacated(stream.Locator());
+  stream.ChangeFolderIndex(
+      [&](FolderIndex& index) { index.SlotVacated(stream.SlotIndex(), name); });
   return true;
 }
 
 bool RemoveChildren(StreamCore& top) {
   using Sharing = StreamCore::Sharing;
   struct Level {
+    Level(StreamCore* openFolder, std::unique_ptr<StreamCore> folderOwned)
+        : folder(openFolder), owned(std::move(folderOwned)) {}
+    Level(Level&&) = default;
+    Level& operator=(Level&&) = delete;
+    ~Level() {
+      if (owned != nullptr) owned->CloseInRegistry();  // left behind
+    }
     StreamCore* folder;
     std::unique_ptr<StreamCore> owned;  // null at the top
     std::uint32_t slotIndex = 0;
     bool started = false;
   };
   std::vector<Level> levels;
-  levels.push_back({&top, nullptr});
-  bool endless = false;
+  levels.emplace_back(&top, nullptr);
   while (!levels.empty()) {
+    if (levels.size() == levels.capacity())
+      levels.reserve(2 * levels.size());  // before anything is opened
     Level& level = levels.back();
     std::unique_ptr<StreamCore> child;
-    ChildStreams::Walk step = ChildStreams::Walk::kEnd;
-    if (!endless) {
-      step =
-          ChildStreams(*level.folder)
-              .OpenNext(level.slotIndex, !level.started, kWriteFlags, child, Sharing::kMomentary);
-    }
+    const ChildStreams::Walk step =
+        ChildStreams(*level.folder)
+            .OpenNext(level.slotIndex, !level.started, kWriteFlags, child, Sharing::kMomentary);
     level.started = true;
-    endless = endless || step == ChildStreams::Walk::kLeadsBack;
+    if (step == ChildStreams::Walk::kLeadsBack) {
+      while (!levels.empty()) levels.pop_back();  // the deepest first
+      return false;
+    }
     if (step == ChildStreams::Walk::kOpened && child->IsFolder()) {
       StreamCore* folder = child.get();
-      levels.push_back({folder, std::move(child)});
+      levels.emplace_back(folder, std::move(child));
     } else if (step == ChildStreams::Walk::kOpened) {
       // A child whose slot cannot be rewritten stays behind; its folder goes all the same.
       static_cast<void>(VacateSlot(*child, Sharing::kMomentary));
     } else {
       const std::unique_ptr<StreamCore> done = std::move(level.owned);
       levels.pop_back();
-      if (done != nullptr && endless) {
-        done->CloseInRegistry();
-      } else if (done != nullptr) {
-        static_cast<void>(VacateSlot(*done, Sharing::kLasting));
-      }
+      if (done != nullptr) static_cast<void>(VacateSlot(*done, Sharing::kLasting));
     }
   }
-  return !endless;
+  return true;
 }
 
 }  // namespace aostorage::detail

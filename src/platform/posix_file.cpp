@@ -134,7 +134,7 @@ std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* buffer, std:
     if (got == 0) break;
     done += static_cast<std::size_t>(got);
     // Short, and as far as the file goes: another call would bring nothing.
-    if (done < count && offset + done >= knownSize) break;
+    if (done < count && offset + done == knownSize) break;
   }
   return done;
 }

@@ -28,15 +28,15 @@ bool ChainCursor::Skip(File& file, std::uint32_t distance) {
     distance -= count;
     if (distance == 0) return true;
     if (header.nextBlock == 0) return Fail(Error::kNotFound);
-    if (!Step()) return false;
+    if (!Step(file)) return false;
   }
 }
 
-bool ChainCursor::Step() {
+bool ChainCursor::Step(File& file) {
   block = header.nextBlock;
   blockOffset = 0;
   loaded = false;
-  return guard.Pass(block) || Fail(Error::kDamaged);
+  return (guard.Pass(block) && file.Holds(position)) || Fail(Error::kDamaged);
 }
 
 }  // namespace aostorage::detail

@@ -42,8 +42,9 @@ struct ChainCursor {
   // Moves `distance` bytes forward without reading data, over as many blocks as it takes. On
   // failure the cursor stands where the walk ended.
   [[nodiscard]] bool Skip(File& file, std::uint32_t distance);
-  // Goes to the next block, which there must be. False when the chain is a circle.
-  [[nodiscard]] bool Step();
+  // Goes to the next block, which there must be. False when the chain is a circle, or has brought
+  // more data than the file has bytes: its blocks overlap.
+  [[nodiscard]] bool Step(File& file);
 
   // Data bytes of the loaded block behind the cursor.
   std::uint32_t Available() const {

@@ -38,6 +38,13 @@ class FolderIndex {
   // Where the scan goes on, and where a further slot is appended once all were seen.
   const ChainCursor& End() const { return end; }
   void SetChainEnded() { chainEnded = true; }
+  // Where the last step of a walk over slots behind the counted ones ended; slot 0 for nowhere.
+  std::uint32_t BehindSlot() const { return behindSlot; }
+  const ChainCursor& BehindCursor() const { return behindCursor; }
+  void SetBehind(std::uint32_t slotIndex, const ChainCursor& cursor) {
+    behindSlot = slotIndex;
+    behindCursor = cursor;
+  }
   // Whether surely no byte of the chain lies behind the slots seen.
   bool NothingBehind() const {
     return chainEnded || (end.loaded && end.Available() == 0 && end.header.nextBlock == 0);
@@ -80,6 +87,8 @@ class FolderIndex {
   std::uint32_t slotCount;
   HeaderPlace countPlace;
   ChainCursor end;
+  std::uint32_t behindSlot = 0;
+  ChainCursor behindCursor;
   bool chainEnded = false;
   bool duplicates = false;  // two slots had one name at some time
   bool confused = false;

@@ -21,7 +21,7 @@ bool EmptyChain(StorageCore& storage, std::uint32_t firstBlock, bool& fit) {
       if (!storage.Write(walk.block, bytes.data(), bytes.size())) return false;
     }
     if (walk.header.nextBlock == 0) return true;
-    if (!walk.Step()) {
+    if (!walk.Step(storage.file)) {
       fit = false;
       return true;
     }
@@ -46,6 +46,7 @@ std::unique_ptr<StreamCore> RootStreams::Create(const char* name, std::uint32_t 
   const StreamHeader::Bytes bytes = StreamHeader::Encode(header);
   if (!storage->Write(slot->locator.headerOffset, bytes.data(), bytes.size())) return nullptr;
   storage->directory.SlotTaken(slot->locator);
+  storage->sharedStreams.Displace(slot->locator.headerOffset);
   slot->locator.durationSeconds = DurationSeconds(header);
   auto stream = std::make_unique<StreamCore>(storage, header, slot->locator, flags, sharing);
   storage->streamMap.Store(name, slot->locator);

@@ -65,6 +65,10 @@ void SharedStreams::Leave(const SharedStream& stream) {
   if (present == nullptr || present.get() == &stream) byHeaderOffset.erase(found);
 }
 
+void SharedStreams::Displace(std::uint32_t headerOffset) {
+  if (const std::shared_ptr<SharedStream> old = Find(headerOffset)) MarkRemoved(*old);
+}
+
 void SharedStreams::MarkRemoved(SharedStream& stream) {
   stream.MarkRemoved();
   Leave(stream);

@@ -57,6 +57,8 @@ class SharedStreams {
   std::shared_ptr<SharedStream> FindOrMake(std::uint32_t headerOffset, const tag_aoStream& header,
                                            const std::shared_ptr<SharedStream>& folder);
   void Leave(const SharedStream& stream);
+  // A new stream takes this place: what is still open on it is another stream, and gone.
+  void Displace(std::uint32_t headerOffset);
   // Marks a stream that was removed, and every stream still open inside it: their records may be
   // overwritten.
   void MarkRemoved(SharedStream& stream);

@@ -31,8 +31,8 @@ class StorageCore {
                                                     : 0),
         directory(fileHeader) {}
 
-  // --- Writing. Every write to the file goes through here, so that other storage objects on it
-  // notice.
+  // --- Writing. Every write to the file goes through here, or is counted like TakeOrdinarySlot
+  // does, so that other storage objects on it notice.
   [[nodiscard]] bool Write(std::uint64_t offset, const void* data, std::size_t count) {
     changes.CountOwn();
     return file.WriteAt(offset, data, count);
@@ -62,6 +62,8 @@ class StorageCore {
     if (changes.OthersWrote()) ++indexEpoch;
     return indexEpoch;
   }
+  // Something was changed that no index could follow.
+  void ForgetIndexes() { ++indexEpoch; }
   // Asks the file system too.
   bool OthersChangedFile() {
     if (!file.ChangedByOthers()) return false;

@@ -60,7 +60,7 @@ std::uint32_t StreamCore::Read(void* buffer, std::uint32_t count) {
     if (cursor.header.nextBlock == 0) return delivered;
     ahead.limit = std::clamp(cursor.header.used, kSmallReadAhead, kLargeReadAhead);
     fresher.reset();
-    if (!cursor.Step()) return kFailed;
+    if (!cursor.Step(storage->file)) return kFailed;
   }
 }
 
@@ -148,7 +148,7 @@ bool StreamCore::WriteBlocks(Pending& pending) {
     if (!FillBlock(pending, done)) return false;
     if (!done) {
       fresher.reset();
-      if (!cursor.Step()) return false;
+      if (!cursor.Step(storage->file)) return false;
     }
   }
   return true;
@@ -233,8 +233,9 @@ bool StreamCore::CommitLength(const Pending& pending) {
 }
 
 bool StreamCore::Lengthen(std::uint32_t position) {
-  if (position <= header.length) return true;
-  Pending pending{nullptr, 0, false, nullptr, header.lastBlock, position, std::nullopt};
+  const tag_aoStream& known = shared != nullptr ? shared->onDisk : header;
+  if (position <= known.length) return true;
+  Pending pending{nullptr, 0, false, nullptr, known.lastBlock, position, std::nullopt};
   return CommitLength(pending);
 }
 
@@ -301,7 +302,7 @@ bool StreamCore::WriteIntoNextBlock(Pending& pending) {
   linked.nextBlock = *nextOffset;
   if (!RewriteBlockHeader(linked)) return false;
   fresher.reset();
-  if (!cursor.Step()) return false;
+  if (!cursor.Step(storage->file)) return false;
   cursor.header = next;
   cursor.loaded = true;
   cursor.blockOffset = BlockHeader::kSize;
