@@ -1,4 +1,5 @@
 // Renaming streams and vacating their slots.
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,16 +16,16 @@ namespace {
 // Takes the names that lead to this stream out of the map: its own, and one that another object
 // gave it. A name that leads to another slot by now is not this stream's any more.
 bool LeaveMap(StreamCore& stream) {
-  bool wasThere = false;
   CMapSort& map = stream.Storage().streamMap;
-  for (const char* name :
-       {stream.Header().name, stream.Shared() != nullptr ? stream.Shared()->onDisk.name : ""}) {
+  const auto remove = [&](const char* name) {
     tag_aoStreamOffset locator;
-    if (map.Lookup(name, locator) && locator.headerOffset == stream.Locator().headerOffset) {
-      wasThere = map.Remove(name) || wasThere;
-    }
-  }
-  return wasThere;
+    return map.Lookup(name, locator) && locator.headerOffset == stream.Locator().headerOffset &&
+           map.Remove(name);
+  };
+  const bool wasThere = remove(stream.Header().name);
+  const char* onDisk =
+      stream.Shared() != nullptr ? stream.Shared()->onDisk.name : stream.Header().name;
+  return (std::strcmp(onDisk, stream.Header().name) != 0 && remove(onDisk)) || wasThere;
 }
 
 // A child that was opened by its locator as if it were a root stream: no index knows of it.
