@@ -62,7 +62,7 @@ class CMapSort {
   std::size_t SortedCount() const { return sortedEntries.size(); }
   // The entry at a place of the view; nothing out of range, or when the entry has left the map
   // since.
-  std::optional<Found> SortedAt(std::int64_t index) const;
+  std::optional<Found> SortedAt(std::int64_t place) const;
 
  private:
   static constexpr std::size_t kBucketCount = 17;
