@@ -96,7 +96,6 @@ class StreamCore {
   bool MayChange() const;
   bool IsRemoved() const { return shared != nullptr && shared->IsRemoved(); }
   StorageCore& Storage() const { return *storage; }
-  const std::shared_ptr<StorageCore>& StoragePointer() const { return storage; }
   SharedStream* Shared() const { return shared.get(); }
   const tag_aoStream& Header() const { return header; }
   const tag_aoStreamOffset& Locator() const { return locator; }
