@@ -68,6 +68,33 @@ class AOSTORAGE_API aoStorage {
   static aoStorage* OpenOrCreate(const char* fileName, std::uint32_t flags,
                                  std::uint32_t defaultBlockSize);
 
+  /// Writes what a storage holds to a new file without gaps, which then takes the place of the
+  /// file at `path`, whatever stood there. Nothing else gives space in a storage file back.
+  ///
+  /// Every root stream that the map of `storage` has is carried, with its kind, its bytes and all
+  /// that is in it, in the order of the cookie iteration. Durations become 0 and streams of
+  /// reserved slots ordinary ones; the new file has the current form. The new file is made beside
+  /// `path`, under that name with "_tmp" appended, read back, flushed to the disk, given the mode
+  /// and the owner of the old file, and renamed: at every moment `path` leads to the old file or to
+  /// the new one, whole. A symbolic link at `path` stays. Only where a rename cannot do (a file
+  /// with further hard links, an owner that cannot be given, a link to another file system) is the
+  /// content copied over; a break in that copy leaves the whole new file at the temporary path.
+  ///
+  /// Release all streams of `storage` before.
+  /// @param storage  the source, from Open or Create; it ends unless it comes back
+  /// @return the storage at `path`, open for reading and writing. `storage` itself, still open,
+  ///         when anything cannot be carried whole or the new file cannot be made and put in place:
+  ///         nothing is replaced then and the temporary file is gone. Null when the new file is in
+  ///         place and cannot be opened, or copying over broke off; `storage` has ended.
+  static aoStorage* Recreate(aoStorage* storage, const char* path);
+  /// As above, followed by `progress`, which may be empty. One that gives up counts as a failure.
+  static aoStorage* Recreate(aoStorage* storage, const char* path, const RebuildProgress& progress);
+  /// Rebuilds the storage file at `path` in its place.
+  /// @return 1, or 0: the file is no storage, or nothing was replaced, or copying over broke off
+  static int Recreate(const char* path);
+  /// As above, followed by `progress`, which may be empty.
+  static int Recreate(const char* path, const RebuildProgress& progress);
+
   /// Closes the file and ends this object.
   void Release();
 

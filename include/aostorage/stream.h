@@ -188,6 +188,15 @@ class AOSTORAGE_API aoStream {
   bool Remove();
   /// Removes all children of a folder. Does nothing on a plain stream.
   void ClearFolder();
+  /// Copies what this folder holds, all the way down, over what `destination` holds: a child of the
+  /// same name and kind there is merged with or replaced, one of the other kind is removed first,
+  /// any other stays. Durations are not carried. Both may belong to one storage or to two. On a
+  /// plain stream this is CopyStream.
+  /// @return true when every child was copied. False for a child that cannot be opened, made or
+  ///         copied whole, and for a plain child of length 0 (its copy is there, and as empty); the
+  ///         rest is copied all the same. False, and nothing is written, when one of the two is the
+  ///         other or lies inside it, and for a plain stream into a folder.
+  bool CopyFolder(aoStream* destination);
   /// @}
 
   /// @name Entries

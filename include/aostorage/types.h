@@ -4,6 +4,7 @@
 #define AOSTORAGE_TYPES_H_
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace aostorage {
@@ -90,6 +91,20 @@ struct CIterateSortedStreams {
   std::string streamName;  ///< out: the entry's name
   tag_aoStreamOffset streamOffset{};  ///< out: its locator, `durationSeconds` stored or estimated
 };
+
+/// What a rebuild has carried so far, and what it changes; see aoStorage::Recreate.
+struct RebuildReport {
+  std::uint64_t streams = 0;    ///< streams carried, folders included
+  std::uint64_t bytes = 0;      ///< bytes of the plain streams among them
+  std::uint64_t durations = 0;  ///< durations among them that became 0
+  std::uint64_t reserved = 0;   ///< streams of reserved slots, which become ordinary ones
+  std::uint64_t hidden = 0;     ///< root slots that are left behind: hidden by a later one of the
+                                ///< same name, or dropped with aoStorage::RemoveStream
+};
+
+/// Follows a rebuild: called once before it begins, when `reserved` and `hidden` are known, and
+/// after each stream. False gives the rebuild up.
+using RebuildProgress = std::function<bool(const RebuildReport&)>;
 
 /// Place of a cookie iteration over root streams. Its end mark is -1 in a sorted walk, 0 in an
 /// unsorted one.

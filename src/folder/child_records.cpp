@@ -56,6 +56,8 @@ bool ChildRecords::ReadCount() { return Index() != nullptr; }
 
 // Takes one more slot into the index. kAbsent: the chain has no further whole record.
 ChildRecords::Result ChildRecords::ScanSlot(FolderIndex& index, ChildRecord& record) {
+  // Another operation on this folder may have taken slots into the index meanwhile.
+  if (scan && scan->Cursor().position != index.End().position) scan.reset();
   if (!scan) scan.emplace(storage.file, index.End());
   switch (scan->ReadRecord(record.header)) {
     case ChildScan::Result::kFailed:
@@ -274,7 +276,7 @@ ChildRecords::Result ChildRecords::NextInUse(std::uint32_t& slotIndex, bool boun
     }
     slotIndex = *next;
     if (!HasMagic(record.header) || !IsInUse(record.header))
-      return Fail(Error::kDamaged), Result::kFailed;
+      return Fail(Error::kDamaged), Result::kDamaged;
     PlaceBehind(*index, record);
     return Result::kFound;
   }
@@ -293,7 +295,7 @@ ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint
     if (result == ChildScan::Result::kEnd) return Result::kAbsent;
     if (i < slotIndex) continue;
     slotIndex = i;
-    if (!HasMagic(record.header)) return Fail(Error::kDamaged), Result::kFailed;
+    if (!HasMagic(record.header)) return Fail(Error::kDamaged), Result::kDamaged;
     if (!IsInUse(record.header)) {
       ++slotIndex;
       continue;
@@ -304,6 +306,14 @@ ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint
     folder.PlaceCursor(further.Cursor());
     return Result::kFound;
   }
+}
+
+bool ChildRecords::HasAllSlots() {
+  FolderIndex* index = Index();
+  if (index == nullptr || index->Scanned() < index->CountWord()) return false;
+  const std::uint32_t length = folder.Shared()->onDisk.length;
+  ChainCursor end = index->End();
+  return end.position >= length || end.Skip(storage.file, length - end.position);
 }
 
 void ChildRecords::PlaceBehind(const FolderIndex& index, const ChildRecord& record) {

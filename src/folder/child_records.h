@@ -24,8 +24,9 @@ class ChildRecords {
  public:
   enum class Result {
     kFound,
-    kAbsent,  // surely not there
-    kFailed,  // the folder cannot be read as far as needed
+    kAbsent,   // surely not there
+    kDamaged,  // of NextInUse: a slot that is neither in use nor vacated
+    kFailed,   // the folder cannot be read as far as needed
   };
 
   explicit ChildRecords(StreamCore& openFolder);
@@ -51,6 +52,9 @@ class ChildRecords {
   Result NextInUse(std::uint32_t& slotIndex, bool bounded, ChildRecord& record);
   // Reads the count word into childCount.
   [[nodiscard]] bool ReadCount();
+  // After a walk to the end: whether the folder has all the slots that its count word and its
+  // length promise.
+  bool HasAllSlots();
 
   // What was remembered of the folder is not to be trusted any more.
   void Forget();

@@ -45,7 +45,7 @@ std::unique_ptr<StreamCore> ChildStreams::Create(const char* name, std::uint32_t
   if (!IsUsableName(name)) return nullptr;
   const ChildRecords::Result found = records.Find(name, record);
   if (found == ChildRecords::Result::kFound) Fail(Error::kExists);
-  return found == ChildRecords::Result::kAbsent ? CreateAbsent(name, packedKind, flags, sharing)
+  return found == ChildRecords::Result::kAbsent ? CreateUnseen(name, packedKind, flags, sharing)
                                                 : nullptr;
 }
 
@@ -57,7 +57,8 @@ std::unique_ptr<StreamCore> ChildStreams::OpenOrCreate(const char* name, std::ui
     case ChildRecords::Result::kFound:
       return OpenRecord(record, flags, sharing);
     case ChildRecords::Result::kAbsent:
-      return CreateAbsent(name, packedKind, flags, sharing);
+      return CreateUnseen(name, packedKind, flags, sharing);
+    case ChildRecords::Result::kDamaged:
     case ChildRecords::Result::kFailed:
       break;
   }
@@ -66,7 +67,7 @@ std::unique_ptr<StreamCore> ChildStreams::OpenOrCreate(const char* name, std::ui
 
 // The record first, then what the child needs of its own, and the folder's count last: until then
 // an appended record is not seen.
-std::unique_ptr<StreamCore> ChildStreams::CreateAbsent(const char* name, std::uint32_t packedKind,
+std::unique_ptr<StreamCore> ChildStreams::CreateUnseen(const char* name, std::uint32_t packedKind,
                                                        std::uint32_t flags, Sharing sharing) {
   ChildRecord record;
   if (!records.Add(name, packedKind, record)) return nullptr;
@@ -91,8 +92,16 @@ ChildStreams::Walk ChildStreams::OpenNext(std::uint32_t& slotIndex, bool bounded
                                           Sharing plainSharing) {
   child = nullptr;
   ChildRecord record;
-  if (records.NextInUse(slotIndex, bounded, record) != ChildRecords::Result::kFound)
-    return Walk::kEnd;
+  switch (records.NextInUse(slotIndex, bounded, record)) {
+    case ChildRecords::Result::kFound:
+      break;
+    case ChildRecords::Result::kAbsent:
+      return Walk::kEnd;
+    case ChildRecords::Result::kDamaged:
+      return Walk::kDamaged;
+    case ChildRecords::Result::kFailed:
+      return Walk::kCutOff;
+  }
   ++slotIndex;
   const bool isFolder = IsFolderKind(record.header);
   child = OpenRecord(record, flags, isFolder ? Sharing::kLasting : plainSharing);

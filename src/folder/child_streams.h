@@ -30,9 +30,16 @@ class ChildStreams {
                                            std::uint32_t flags,
                                            Sharing sharing = Sharing::kLasting);
 
+  // Creates a child without a look at the names that are there.
+  std::unique_ptr<StreamCore> CreateUnseen(const char* name, std::uint32_t packedKind,
+                                           std::uint32_t flags,
+                                           Sharing sharing = Sharing::kLasting);
+
   enum class Walk {
     kOpened,
-    kEnd,        // no further child, or the folder cannot be read on
+    kEnd,        // no further child
+    kCutOff,     // the folder cannot be read on
+    kDamaged,    // a slot is neither in use nor vacated; the walk stays there
     kRefused,    // a child is there and cannot be opened
     kLeadsBack,  // a child is there that is one of the folders around it
   };
@@ -44,16 +51,23 @@ class ChildStreams {
   static void ListNames(StreamCore& folder, std::vector<std::string>& names);
   // Reads the folder's count word into its childCount.
   [[nodiscard]] bool ReadCount() { return records.ReadCount(); }
+  bool HasAllSlots() { return records.HasAllSlots(); }
 
  private:
   std::unique_ptr<StreamCore> OpenRecord(const ChildRecord& record, std::uint32_t flags,
                                          Sharing sharing);
-  std::unique_ptr<StreamCore> CreateAbsent(const char* name, std::uint32_t packedKind,
-                                           std::uint32_t flags, Sharing sharing);
-
   StreamCore& folder;
   ChildRecords records;
 };
+
+// Ends a stream that was opened with a record in its registry.
+struct CountedStreamEnder {
+  void operator()(StreamCore* stream) const {
+    stream->CloseInRegistry();
+    delete stream;
+  }
+};
+using CountedStream = std::unique_ptr<StreamCore, CountedStreamEnder>;
 
 // Whether a child folder is, by its record or its chain, `folder` itself or one of those around it:
 // only a damaged file has that, and a way down through it would have no end.
@@ -64,6 +78,9 @@ bool LeadsBack(const StreamCore& folder, const tag_aoStream& childHeader,
 // the object is momentary), in the name map and in what is remembered of its folder. The object is
 // left without a name.
 [[nodiscard]] bool VacateSlot(StreamCore& stream, StreamCore::Sharing sharing);
+
+// Removes the stream, a folder with all its children. The object is left without a name.
+[[nodiscard]] bool RemoveWhole(StreamCore& stream);
 
 // Gives the stream another name, cut to what fits, in its record and then in registry, name map and
 // index.

@@ -5,6 +5,7 @@
 
 #include "folder/child_records.h"
 #include "folder/child_streams.h"
+#include "folder/tree_copy.h"
 #include "platform/last_error.h"
 #include "stream/stream_maker.h"
 
@@ -143,8 +144,7 @@ bool aoStream::Remove() {
   const bool removed = Guarded(false, [&] {
     if (core == nullptr) return Fail(Error::kRefused);
     if ((core->OpenFlags() & kStreamWrite) == 0) return Fail(Error::kRefused);
-    if (core->IsFolder() && !core->IsRemoved() && !detail::RemoveChildren(*core)) return false;
-    return detail::VacateSlot(*core, StreamCore::Sharing::kLasting);
+    return detail::RemoveWhole(*core);
   });
   if (removed) StreamMaker::End(this);
   return removed;
@@ -154,6 +154,21 @@ void aoStream::ClearFolder() {
   Guarded(false, [&] {
     if (!IsOpenFolder(core.get())) return false;
     return detail::RemoveChildren(*core);
+  });
+}
+
+bool aoStream::CopyFolder(aoStream* destination) {
+  if (core == nullptr || destination == nullptr) return Fail(Error::kBadArgument);
+  if (!core->IsFolder() && destination->IsFolder() == 0) return CopyStream(destination);
+  return Guarded(false, [&] {
+    if (!core->IsFolder()) return Fail(Error::kRefused);
+    StreamCore* target = StreamMaker::CoreOf(destination);
+    if (core->IsRemoved() || target == nullptr || target->IsRemoved()) return Fail(Error::kRefused);
+    if (core->IsOn(*target) || core->IsInside(*target) || target->IsInside(*core))
+      return Fail(Error::kRefused);
+    detail::TreeCopy copy(core->Storage(), detail::TreeCopy::Goal::kMerge);
+    copy.Copy(*core, target);
+    return copy.IsWhole() && !copy.metEmptyPlain;
   });
 }
 

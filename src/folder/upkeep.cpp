@@ -80,6 +80,11 @@ bool VacateSlot(StreamCore& stream, StreamCore::Sharing sharing) {
   return true;
 }
 
+bool RemoveWhole(StreamCore& stream) {
+  if (stream.IsFolder() && !stream.IsRemoved() && !RemoveChildren(stream)) return false;
+  return VacateSlot(stream, StreamCore::Sharing::kLasting);
+}
+
 bool RemoveChildren(StreamCore& top) {
   using Sharing = StreamCore::Sharing;
   struct Level {

@@ -4,9 +4,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
+
+#include "platform/write_window.h"
 
 namespace aostorage::detail {
 
@@ -24,6 +27,9 @@ struct Stretch {
 struct FileIdentity {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
+  bool operator==(const FileIdentity& other) const {
+    return device == other.device && inode == other.inode;
+  }
   bool operator<(const FileIdentity& other) const {
     return device != other.device ? device < other.device : inode < other.inode;
   }
@@ -35,10 +41,11 @@ struct FileIdentity {
 class File {
  public:
   enum class Access {
-    kRead,       // an existing file
-    kReadWrite,  // an existing file
-    kCreate,     // a file that is made if it is not there, for reading and writing
-    kCreateNew,  // a file that must not be there yet, for reading and writing
+    kRead,           // an existing file
+    kReadWrite,      // an existing file
+    kCreate,         // a file that is made if it is not there, for reading and writing
+    kCreateNew,      // a file that must not be there yet, for reading and writing
+    kCreatePrivate,  // as kCreateNew, and nobody else's to open
   };
 
   File() = default;
@@ -60,7 +67,10 @@ class File {
   void Close();
 
   // Bytes read, below `count` only at the end of the file; nothing on failure.
-  std::optional<std::size_t> ReadAt(std::uint64_t offset, void* buffer, std::size_t count);
+  std::optional<std::size_t> ReadAt(std::uint64_t offset, void* buffer, std::size_t count) {
+    return window == nullptr ? ReadThrough(offset, buffer, count)
+                             : window->Read(*this, offset, buffer, count);
+  }
   // True when all `count` bytes came; a short read is damage.
   [[nodiscard]] bool ReadExactlyAt(std::uint64_t offset, void* buffer, std::size_t count);
   [[nodiscard]] bool WriteAt(std::uint64_t offset, const void* data, std::size_t count);
@@ -69,8 +79,15 @@ class File {
   static constexpr std::size_t kMaxStretches = 16;
   [[nodiscard]] bool WriteAt(std::uint64_t offset, const Stretch* stretches,
                              std::size_t stretchCount);
-  // Cuts the file to nothing.
-  [[nodiscard]] bool Clear();
+  // Cuts the file, or lengthens it with zeros.
+  [[nodiscard]] bool SetSize(std::uint64_t size);
+  // All that was written has reached the disk, and what the system knows of the file too.
+  [[nodiscard]] bool Sync();
+
+  // Keeps what is written at the end in memory for a while, to write it in large pieces. Until
+  // EndWindow nobody else may use the file.
+  void BeginWindow() { window = std::make_unique<WriteWindow>(knownSize); }
+  [[nodiscard]] bool EndWindow();
 
   // The size of the file, asked from the system.
   std::optional<std::uint64_t> Size();
@@ -79,15 +96,18 @@ class File {
   // Whether the file has at least `size` bytes, which a damaged record may promise. Costs a call
   // only when the file was shorter when it was last looked at.
   [[nodiscard]] bool Holds(std::uint64_t size) {
-    return size <= knownSize || (AskStatus() && size <= knownSize);
+    return size <= knownSize || (window == nullptr && AskStatus() && size <= knownSize);
   }
   // Whether anybody but this object has changed the file since the last call, as far as its size
   // and modification time tell. A failed call counts as a change.
   bool ChangedByOthers();
 
   FileIdentity Identity() const { return identity; }
+  // For calls that work on more than one file.
+  int Descriptor() const { return descriptor; }
 
  private:
+  friend class WriteWindow;
   struct Moment {
     std::int64_t seconds = 0;
     std::int64_t nanoseconds = 0;
@@ -103,9 +123,12 @@ class File {
     std::swap(expectedSize, other.expectedSize);
     std::swap(lastOwnWrite, other.lastOwnWrite);
     std::swap(othersSeen, other.othersSeen);
+    std::swap(window, other.window);
   }
-  // The steps of an open behind the call: each false with the reason noted.
-  bool MoveAboveStandardStreams();
+  std::optional<std::size_t> ReadThrough(std::uint64_t offset, void* buffer, std::size_t count);
+  [[nodiscard]] bool WriteThrough(std::uint64_t offset, const Stretch* stretches,
+                                  std::size_t stretchCount);
+  // The step of an open behind the call; false with the reason noted.
   bool LearnStatus();
   // Asks for size and modification time; false with the reason noted when the system refuses.
   bool AskStatus();
@@ -117,6 +140,7 @@ class File {
   std::uint64_t expectedSize = 0;  // the size that the file has if nobody else appends
   Moment lastOwnWrite;             // no own write changed the file after this
   bool othersSeen = false;         // a change by somebody else was met and not yet reported
+  std::unique_ptr<WriteWindow> window;
 };
 
 }  // namespace aostorage::detail

@@ -5,6 +5,7 @@
 #define AOSTORAGE_PLATFORM_POSIX_CALLS_H_
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/uio.h>
@@ -31,7 +32,20 @@ inline ssize_t Write(int descriptor, const iovec* pieces, int pieceCount, off_t 
   return ::pwritev(descriptor, pieces, pieceCount, offset);
 }
 inline int Truncate(int descriptor, off_t size) { return ::ftruncate(descriptor, size); }
+inline int Sync(int descriptor) { return ::fsync(descriptor); }
+inline ssize_t Copy(int from, off_t* fromOffset, int to, off_t* toOffset, size_t count) {
+  return ::copy_file_range(from, fromOffset, to, toOffset, count, 0);
+}
 inline int Unlink(const char* path) { return ::unlink(path); }
+inline int Rename(const char* from, const char* to) { return ::rename(from, to); }
+inline int Status(const char* path, struct stat* status) { return ::lstat(path, status); }
+inline ssize_t ReadLink(const char* path, char* buffer, size_t size) {
+  return ::readlink(path, buffer, size);
+}
+inline int ChangeMode(int descriptor, mode_t mode) { return ::fchmod(descriptor, mode); }
+inline int ChangeOwner(int descriptor, uid_t user, gid_t group) {
+  return ::fchown(descriptor, user, group);
+}
 inline int RealTime(timespec* now) { return ::clock_gettime(CLOCK_REALTIME, now); }
 
 }  // namespace aostorage::detail::posix

@@ -2,62 +2,18 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <memory>
 
 #include "platform/file.h"
 #include "platform/last_error.h"
 #include "platform/posix_calls.h"
+#include "platform/posix_support.h"
 
 namespace aostorage::detail {
 namespace {
 
-constexpr int kMaxInterruptions = 1000;  // in a row, before a call counts as failed
-constexpr int kFirstFreeDescriptor =
-    3;  // 0 to 2 are the standard streams, even when the caller closed them
 constexpr mode_t kNewFileMode = 0666;  // less the umask
-
-Error ReasonOf(int systemError) {
-  switch (systemError) {
-    case ENOENT:
-    case ENOTDIR:
-      return Error::kNotFound;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case EBADF:
-      return Error::kAccessDenied;
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-      return Error::kDiskFull;
-    case EEXIST:
-      return Error::kExists;
-    case ENAMETOOLONG:
-    case ELOOP:
-      return Error::kBadArgument;
-    case EISDIR:
-    case ENXIO:
-    case ENODEV:
-      return Error::kNotAStorage;
-    case ENOMEM:
-      return Error::kNoMemory;
-    default:
-      return Error::kInputOutput;
-  }
-}
-
-bool FailWithErrno() {
-  const int systemError = errno;
-  return Fail(ReasonOf(systemError), systemError);
-}
-
-// Repeats an interrupted call, a bounded number of times.
-template <typename Call>
-auto Repeated(Call call) {
-  auto result = call();
-  for (int tries = 0; result < 0 && errno == EINTR && tries < kMaxInterruptions; ++tries)
-    result = call();
-  return result;
-}
+constexpr mode_t kPrivateMode = 0600;
 
 int OpenFlags(File::Access access) {
   // Without O_NONBLOCK the open of a pipe would wait for a peer; on a regular file it does nothing.
@@ -70,6 +26,7 @@ int OpenFlags(File::Access access) {
     case File::Access::kCreate:
       return kAlways | O_RDWR | O_CREAT;
     case File::Access::kCreateNew:
+    case File::Access::kCreatePrivate:
       return kAlways | O_RDWR | O_CREAT | O_EXCL;
   }
   return kAlways;
@@ -79,29 +36,19 @@ int OpenFlags(File::Access access) {
 
 File File::Open(const std::string& path, Access access) {
   File file;
-  file.descriptor =
-      Repeated([&] { return posix::Open(path.c_str(), OpenFlags(access), kNewFileMode); });
-  if (file.descriptor < 0) {
-    FailWithErrno();
-  } else if (!file.MoveAboveStandardStreams() || !file.LearnStatus()) {
+  const mode_t mode = access == Access::kCreatePrivate ? kPrivateMode : kNewFileMode;
+  file.descriptor = posix::OpenAboveStandardStreams(path.c_str(), OpenFlags(access), mode);
+  if (file.descriptor >= 0 && !file.LearnStatus()) {
     file.Close();
-    if (access == Access::kCreateNew) Delete(path);
+    if (access == Access::kCreateNew || access == Access::kCreatePrivate) Delete(path);
   }
   return file;
 }
 
-bool File::MoveAboveStandardStreams() {
-  if (descriptor >= kFirstFreeDescriptor) return true;
-  const int low =
-      std::exchange(descriptor, posix::DuplicateAbove(descriptor, kFirstFreeDescriptor));
-  const bool moved = descriptor >= 0 || FailWithErrno();
-  posix::Close(low);
-  return moved;
-}
-
 bool File::LearnStatus() {
   struct stat status {};
-  if (Repeated([&] { return posix::Status(descriptor, &status); }) < 0) return FailWithErrno();
+  if (posix::Repeated([&] { return posix::Status(descriptor, &status); }) < 0)
+    return posix::FailWithErrno();
   if (!S_ISREG(status.st_mode)) return Fail(Error::kNotAStorage);
   identity = {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)};
   knownSize = expectedSize = static_cast<std::uint64_t>(status.st_size);
@@ -115,7 +62,8 @@ void File::Close() {
   if (descriptor >= 0) posix::Close(std::exchange(descriptor, -1));
 }
 
-std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* buffer, std::size_t count) {
+std::optional<std::size_t> File::ReadThrough(std::uint64_t offset, void* buffer,
+                                             std::size_t count) {
   if (offset >= kReachableEnd) {
     Fail(Error::kDamaged);
     return std::nullopt;
@@ -123,12 +71,12 @@ std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* buffer, std:
   count = static_cast<std::size_t>(std::min<std::uint64_t>(count, kReachableEnd - offset));
   std::size_t done = 0;
   while (done < count) {
-    const ssize_t got = Repeated([&] {
+    const ssize_t got = posix::Repeated([&] {
       return posix::Read(descriptor, static_cast<char*>(buffer) + done, count - done,
                          static_cast<off_t>(offset + done));
     });
     if (got < 0) {
-      FailWithErrno();
+      posix::FailWithErrno();
       return std::nullopt;
     }
     if (got == 0) break;
@@ -151,26 +99,33 @@ bool File::WriteAt(std::uint64_t offset, const void* data, std::size_t count) {
 }
 
 bool File::WriteAt(std::uint64_t offset, const Stretch* stretches, std::size_t stretchCount) {
+  std::uint64_t total = 0;
+  for (std::size_t i = 0; i < stretchCount; ++i) total += stretches[i].size;
+  if (offset > kReachableEnd || total > kReachableEnd - offset) return Fail(Error::kNoRoom);
+  if (window == nullptr) return WriteThrough(offset, stretches, stretchCount);
+  if (!window->Write(*this, offset, stretches, stretchCount)) return false;
+  knownSize = expectedSize = std::max(knownSize, offset + total);
+  return true;
+}
+
+bool File::WriteThrough(std::uint64_t offset, const Stretch* stretches, std::size_t stretchCount) {
   std::array<iovec, kMaxStretches> pieces{};
   int pieceCount = 0;
-  std::uint64_t total = 0;
   for (std::size_t i = 0; i < stretchCount && i < kMaxStretches; ++i) {
     if (stretches[i].size == 0) continue;
     pieces[static_cast<std::size_t>(pieceCount++)] = {const_cast<void*>(stretches[i].data),
                                                       stretches[i].size};
-    total += stretches[i].size;
   }
-  if (offset > kReachableEnd || total > kReachableEnd - offset) return Fail(Error::kNoRoom);
 
   iovec* next = pieces.data();
   std::uint64_t at = offset;
   while (pieceCount > 0) {
-    const ssize_t taken = Repeated([&] {
+    const ssize_t taken = posix::Repeated([&] {
       return pieceCount == 1
                  ? posix::Write(descriptor, next->iov_base, next->iov_len, static_cast<off_t>(at))
                  : posix::Write(descriptor, next, pieceCount, static_cast<off_t>(at));
     });
-    if (taken < 0) FailWithErrno();
+    if (taken < 0) posix::FailWithErrno();
     if (taken == 0) Fail(Error::kInputOutput);  // a write that takes nothing will never end
     if (taken > 0) at += static_cast<std::uint64_t>(taken);
     NoteOwnWrite(at);
@@ -189,26 +144,38 @@ bool File::WriteAt(std::uint64_t offset, const Stretch* stretches, std::size_t s
   return true;
 }
 
-bool File::Clear() {
-  if (Repeated([&] { return posix::Truncate(descriptor, 0); }) < 0) return FailWithErrno();
-  knownSize = expectedSize = 0;
-  NoteOwnWrite(0);
+bool File::SetSize(std::uint64_t size) {
+  if (posix::Repeated([&] { return posix::Truncate(descriptor, static_cast<off_t>(size)); }) < 0)
+    return posix::FailWithErrno();
+  knownSize = expectedSize = size;
+  NoteOwnWrite(size);
   return true;
 }
 
+bool File::Sync() {
+  return posix::Repeated([&] { return posix::Sync(descriptor); }) == 0 || posix::FailWithErrno();
+}
+
+bool File::EndWindow() {
+  const std::unique_ptr<WriteWindow> ended = std::move(window);
+  return ended == nullptr || ended->Flush(*this);
+}
+
 std::optional<std::uint64_t> File::Size() {
-  if (!AskStatus()) return std::nullopt;
+  if (window == nullptr && !AskStatus()) return std::nullopt;
   return knownSize;
 }
 
 bool File::ChangedByOthers() {
+  if (window != nullptr) return false;
   if (!AskStatus()) return true;
   return std::exchange(othersSeen, false);
 }
 
 bool File::AskStatus() {
   struct stat status {};
-  if (Repeated([&] { return posix::Status(descriptor, &status); }) < 0) return FailWithErrno();
+  if (posix::Repeated([&] { return posix::Status(descriptor, &status); }) < 0)
+    return posix::FailWithErrno();
   const Moment modified{status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
   knownSize = static_cast<std::uint64_t>(status.st_size);
   if (knownSize != expectedSize || lastOwnWrite < modified) {

@@ -1,8 +1,5 @@
 // The life of a storage, and the public operations on root streams.
-#include <algorithm>
-#include <array>
-#include <cstring>
-#include <optional>
+#include <memory>
 #include <utility>
 
 #include <aostorage/storage.h>
@@ -11,141 +8,21 @@
 #include "platform/last_error.h"
 #include "storage/root_streams.h"
 #include "storage/storage_core.h"
+#include "storage/storage_file.h"
 #include "stream/stream_maker.h"
 
 namespace aostorage {
 
-using detail::DirectoryBlock;
 using detail::Fail;
-using detail::File;
 using detail::Guarded;
 using detail::RootStreams;
 using detail::StorageCore;
-using detail::StorageFileHeader;
 using detail::StreamMaker;
 
 namespace {
 
-using CorePointer = std::shared_ptr<StorageCore>;
-
-// Header and first directory block in the longer of the two forms.
-constexpr std::size_t kHeadSize = StorageFileHeader::kSize + DirectoryBlock::kSize;
-
 bool IsUsablePath(const char* fileName) {
   return (fileName != nullptr && *fileName != '\0') || Fail(Error::kBadArgument);
-}
-
-File OpenExisting(const std::string& path, std::uint32_t flags) {
-  return File::Open(path,
-                    (flags & kStreamWrite) != 0 ? File::Access::kReadWrite : File::Access::kRead);
-}
-
-void MapSlots(StorageCore& storage, std::uint32_t blockOffset, const DirectoryBlock& block) {
-  for (std::uint32_t i = 0; i < block.SlotCount(); ++i) {
-    if (!block.SlotInUse(i)) continue;
-    const tag_aoStream header = block.Slot(i);
-    if (!detail::HasTerminatedName(header)) continue;  // damage: nothing can ask for it by name
-    storage.streamMap.Store(header.name, {DirectoryBlock::SlotOffset(blockOffset, i), blockOffset,
-                                          block.SlotCount(), detail::DurationSeconds(header)});
-  }
-}
-
-// Reads the directory behind its first block into the map. At damage it ends; what was read stays.
-void LoadFurtherBlocks(StorageCore& storage) {
-  DirectoryBlock block;
-  for (bool atEnd = false; storage.directory.ReadNext(storage.file, block, atEnd) && !atEnd;) {
-    MapSlots(storage, storage.directory.LastKnownOffset(), block);
-  }
-}
-
-CorePointer OpenCore(const char* fileName, File file, std::uint32_t defaultBlockSize,
-                     bool withMap) {
-  std::array<std::uint8_t, kHeadSize> head;
-  const std::size_t wanted = withMap ? kHeadSize : StorageFileHeader::kSize;
-  const std::optional<std::size_t> got = file.ReadAt(0, head.data(), wanted);
-  if (!got) return nullptr;
-  const auto header =
-      *got < StorageFileHeader::kSize ? std::nullopt : StorageFileHeader::Decode(head.data());
-  if (!header) return Fail(Error::kNotAStorage), nullptr;
-  auto storage =
-      std::make_shared<StorageCore>(fileName, std::move(file), *header, defaultBlockSize);
-  if (!withMap) return storage;
-  if (*got < header->firstDirectoryOffset + DirectoryBlock::kSize)
-    return Fail(Error::kDamaged), storage;
-  DirectoryBlock first;
-  std::memcpy(first.Data(), head.data() + header->firstDirectoryOffset, DirectoryBlock::kSize);
-  if (!first.HasMagic()) return Fail(Error::kDamaged), storage;
-  storage->directory.NoteFirst(first);
-  MapSlots(*storage, header->firstDirectoryOffset, first);
-  LoadFurtherBlocks(*storage);
-  return storage;
-}
-
-CorePointer OpenExistingCore(const char* fileName, std::uint32_t flags,
-                             std::uint32_t defaultBlockSize, bool withMap) {
-  File file = OpenExisting(fileName, flags);
-  return file.IsOpen() ? OpenCore(fileName, std::move(file), defaultBlockSize, withMap) : nullptr;
-}
-
-// Writes header and directory of a new storage into an empty file.
-CorePointer CreateIn(const char* fileName, File file, std::uint32_t defaultBlockSize) {
-  const StorageFileHeader header;
-  const auto headerBytes = header.Encode();
-  const DirectoryBlock first = DirectoryBlock::ForNewFile(header.slotsPerDirectory);
-  const std::array<detail::Stretch, 2> stretches{
-      {{headerBytes.data(), headerBytes.size()}, {first.Data(), DirectoryBlock::kSize}}};
-  if (!file.WriteAt(0, stretches.data(), stretches.size())) return nullptr;
-  auto storage = std::make_shared<StorageCore>(fileName, std::move(file), header, defaultBlockSize);
-  storage->directory.NoteFirst(first);
-  return storage;
-}
-
-// Makes the file, which must not be there. One that cannot be made a storage is taken away again.
-CorePointer CreateNew(const char* fileName, std::uint32_t defaultBlockSize) {
-  File file = File::Open(fileName, File::Access::kCreateNew);
-  if (!file.IsOpen()) return nullptr;
-  CorePointer storage;
-  try {
-    storage = CreateIn(fileName, std::move(file), defaultBlockSize);
-  } catch (const std::bad_alloc&) {
-    Fail(Error::kNoMemory);
-  }
-  if (storage == nullptr) File::Delete(fileName);
-  return storage;
-}
-
-// Makes a file that is not there, or opens what came to stand there meanwhile: a file of somebody
-// who was faster, or one behind a symbolic link that led nowhere. `made` receives a storage in a
-// file of this call.
-File CreateOrOpen(const char* fileName, std::uint32_t defaultBlockSize, CorePointer& made) {
-  made = CreateNew(fileName, defaultBlockSize);
-  if (made != nullptr || LastError() != Error::kExists) return {};
-  return File::Open(fileName, File::Access::kCreate);
-}
-
-CorePointer CreateCore(const char* fileName, std::uint32_t defaultBlockSize) {
-  CorePointer made;
-  File file = File::Open(fileName, File::Access::kReadWrite);
-  if (!file.IsOpen() && LastError() == Error::kNotFound)
-    file = CreateOrOpen(fileName, defaultBlockSize, made);
-  if (made != nullptr || !file.IsOpen()) return made;
-  if (file.KnownSize() > 0 && !file.Clear()) return nullptr;
-  return CreateIn(fileName, std::move(file), defaultBlockSize);
-}
-
-// Never empties a file: whoever made one in the meantime keeps it.
-CorePointer OpenOrCreateCore(const char* fileName, std::uint32_t flags,
-                             std::uint32_t defaultBlockSize) {
-  CorePointer made;
-  File file = OpenExisting(fileName, flags);
-  if (!file.IsOpen() && LastError() == Error::kNotFound) {
-    file = CreateOrOpen(fileName, defaultBlockSize, made);
-  } else if (file.IsOpen() && file.KnownSize() == 0) {
-    file = File::Open(fileName, File::Access::kReadWrite);
-  }
-  if (made != nullptr || !file.IsOpen()) return made;
-  if (file.KnownSize() == 0) return CreateIn(fileName, std::move(file), defaultBlockSize);
-  return OpenCore(fileName, std::move(file), defaultBlockSize, true);
 }
 
 }  // namespace
@@ -153,8 +30,8 @@ CorePointer OpenOrCreateCore(const char* fileName, std::uint32_t flags,
 aoStorage::aoStorage(std::shared_ptr<StorageCore> openCore) : core(std::move(openCore)) {}
 aoStorage::~aoStorage() = default;
 
-// Runs `openCore`, which gives a CorePointer, and wraps what it gives. The object is there before,
-// so that nothing fails once the file is made.
+// Runs `openCore`, which gives a StoragePointer, and wraps what it gives. The object is there
+// before, so that nothing fails once the file is made.
 template <typename OpenBody>
 aoStorage* aoStorage::Make(const char* fileName, OpenBody openCore) {
   if (!IsUsablePath(fileName)) return nullptr;
@@ -170,22 +47,25 @@ aoStorage* aoStorage::Make(const char* fileName, OpenBody openCore) {
 
 aoStorage* aoStorage::Create(const char* fileName, std::uint32_t /*flags*/,
                              std::uint32_t defaultBlockSize) {
-  return Make(fileName, [&] { return CreateCore(fileName, defaultBlockSize); });
+  return Make(fileName, [&] { return detail::CreateStorage(fileName, defaultBlockSize); });
 }
 
 aoStorage* aoStorage::Open(const char* fileName, std::uint32_t flags,
                            std::uint32_t defaultBlockSize) {
-  return Make(fileName, [&] { return OpenExistingCore(fileName, flags, defaultBlockSize, true); });
+  return Make(fileName,
+              [&] { return detail::OpenStorage(fileName, flags, defaultBlockSize, true); });
 }
 
 aoStorage* aoStorage::OpenFast(const char* fileName, std::uint32_t flags,
                                std::uint32_t defaultBlockSize) {
-  return Make(fileName, [&] { return OpenExistingCore(fileName, flags, defaultBlockSize, false); });
+  return Make(fileName,
+              [&] { return detail::OpenStorage(fileName, flags, defaultBlockSize, false); });
 }
 
 aoStorage* aoStorage::OpenOrCreate(const char* fileName, std::uint32_t flags,
                                    std::uint32_t defaultBlockSize) {
-  return Make(fileName, [&] { return OpenOrCreateCore(fileName, flags, defaultBlockSize); });
+  return Make(fileName,
+              [&] { return detail::OpenOrCreateStorage(fileName, flags, defaultBlockSize); });
 }
 
 void aoStorage::Release() {
@@ -244,7 +124,10 @@ aoStream* aoStorage::OpenOrCreateStreamFast(const char* name, int toEnd) {
 
 bool aoStorage::RemoveStream(const char* name) {
   return Guarded(false, [&] {
-    return detail::IsUsableName(name) && (core->streamMap.Remove(name) || Fail(Error::kNotFound));
+    if (!detail::IsUsableName(name)) return false;
+    if (!core->streamMap.Has(name)) return Fail(Error::kNotFound);
+    core->droppedNames.insert(name);
+    return core->streamMap.Remove(name);
   });
 }
 

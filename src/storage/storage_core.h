@@ -3,7 +3,9 @@
 #define AOSTORAGE_STORAGE_STORAGE_CORE_H_
 
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -83,7 +85,8 @@ class StorageCore {
   SharedStreams sharedStreams;
   bool sortEnabled = false;
   bool sortDescending = false;
-  std::vector<std::string> streamNames;  // gathered by the name list walk
+  std::vector<std::string> streamNames;             // gathered by the name list walk
+  std::set<std::string, std::less<>> droppedNames;  // taken out of the map by request
 
  private:
   std::uint64_t indexEpoch = 0;

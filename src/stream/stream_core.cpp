@@ -74,6 +74,13 @@ void StreamCore::Adopt() {
   }
 }
 
+bool StreamCore::IsInside(const StreamCore& other) const {
+  for (const SharedStream* around = parent.get(); around != nullptr; around = around->Parent()) {
+    if (other.IsRecordAt(*this, around->HeaderOffset())) return true;
+  }
+  return false;
+}
+
 bool StreamCore::MayChange() const {
   if ((openFlags & kStreamWrite) == 0) return Fail(Error::kRefused);
   return !IsRemoved() || Fail(Error::kNotFound);

@@ -73,6 +73,10 @@ class StreamCore {
 
   bool IsFolder() const { return IsFolderKind(header); }
   bool IsChild() const { return parent != nullptr; }
+  // Whether both objects stand on one stream, through one storage object or through two.
+  bool IsOn(const StreamCore& other) const { return IsRecordAt(other, other.locator.headerOffset); }
+  // Whether this stream is inside the other one, at any depth, as far as its folders are known.
+  bool IsInside(const StreamCore& other) const;
   // What was remembered of a folder's records may not be so any more.
   void ForgetIndex() {
     if (shared != nullptr) shared->index.reset();
@@ -107,6 +111,12 @@ class StreamCore {
   OpenRegistry& Children();
 
  private:
+  // Whether a header at `headerOffset` in the file of `inFile` is this stream's.
+  bool IsRecordAt(const StreamCore& inFile, std::uint32_t headerOffset) const {
+    return locator.headerOffset == headerOffset &&
+           (storage == inFile.storage ||
+            storage->file.Identity() == inFile.storage->file.Identity());
+  }
   void Join(Sharing sharing);
   void LeaveShared();
   // Takes over what other objects on this stream have linked since this object last looked.

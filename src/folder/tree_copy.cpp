@@ -1,0 +1,166 @@
+#include "folder/tree_copy.h"
+
+#include <utility>
+
+#include "platform/last_error.h"
+
+namespace aostorage::detail {
+
+void TreeCopy::Copy(StreamCore& from, StreamCore* to) {
+  if (givenUp) return;
+  if (!from.IsFolder()) {
+    CopyPlain(from, to);
+    return;
+  }
+  if (!Witnessed(from.Header(), nullptr, 0)) return;
+  Enter(&from, nullptr, to, nullptr);
+  while (!levels.empty() && Step()) {
+  }
+  LeaveAll();
+}
+
+void TreeCopy::CopyPlain(StreamCore& from, StreamCore* to) {
+  // A new stream is as empty as erasing would leave it.
+  if (to != nullptr && to->Header().length != 0) to->Erase();
+  const std::uint32_t size = from.Header().length;
+  bytesMet += size;
+  if (bytesMet > source.file.KnownSize() && !source.file.Holds(bytesMet)) {
+    Fail(Error::kDamaged);
+    givenUp = metFailure = true;
+    return;
+  }
+  if (size == 0) {
+    metEmptyPlain = true;
+    Witnessed(from.Header(), nullptr, 0);
+    return;
+  }
+  bool copied = whole.Read(from);
+  if (copied && to != nullptr) {
+    to->Rewind();
+    copied = to->Write(whole.Data(), size, true) == size;
+  }
+  if (!copied) {
+    metFailure = true;
+  } else {
+    Witnessed(from.Header(), whole.Data(), size);
+  }
+}
+
+bool TreeCopy::Witnessed(const tag_aoStream& header, const std::uint8_t* data, std::uint32_t size) {
+  if (witness == nullptr || witness->Copied(header, data, size)) return true;
+  givenUp = metFailure = true;
+  return false;
+}
+
+void TreeCopy::Enter(StreamCore* from, CountedStream fromOwned, StreamCore* to,
+                     CountedStream toOwned) {
+  Level level;
+  level.from = from;
+  level.to = to;
+  level.fromOwned = std::move(fromOwned);
+  level.toOwned = std::move(toOwned);
+  level.children = std::make_unique<ChildStreams>(*from);
+  levels.push_back(std::move(level));
+}
+
+// One child of the innermost folder. False when the copy is to end.
+bool TreeCopy::Step() {
+  Level& level = levels.back();
+  if (level.from->IsRemoved()) {
+    metUnopenable = true;
+    LeaveLevel();
+    return true;
+  }
+  std::unique_ptr<StreamCore> child;
+  const ChildStreams::Walk walk = level.children->OpenNext(
+      level.slotIndex, !level.metOne, kReadFlags, child, StreamCore::Sharing::kMomentary);
+  switch (walk) {
+    case ChildStreams::Walk::kOpened:
+      level.metOne = true;
+      CopyChild(std::move(child));
+      break;
+    case ChildStreams::Walk::kRefused:
+    case ChildStreams::Walk::kLeadsBack:
+      level.metOne = true;
+      metUnopenable = true;
+      break;
+    case ChildStreams::Walk::kDamaged:
+      ++level.slotIndex;
+      metUnopenable = true;
+      break;
+    case ChildStreams::Walk::kCutOff:
+      // A folder whose making was broken off has no count word yet, and nothing in it.
+      if (level.slotIndex != 0 || level.from->Header().length >= FolderPayload::kCountSize)
+        metUnopenable = true;
+      LeaveLevel();
+      break;
+    case ChildStreams::Walk::kEnd:
+      if (!level.children->HasAllSlots()) metMissingSlots = true;
+      LeaveLevel();
+      break;
+  }
+  return !givenUp && (goal == Goal::kMerge || IsWhole());
+}
+
+void TreeCopy::CopyChild(std::unique_ptr<StreamCore> child) {
+  const bool isFolder = child->IsFolder();
+  StreamCore* from = child.get();
+  CountedStream owned(isFolder ? child.release() : nullptr);
+  if (++recordsMet * StreamHeader::kSize > source.file.KnownSize() &&
+      !source.file.Holds(recordsMet * StreamHeader::kSize)) {
+    Fail(Error::kDamaged);
+    givenUp = metFailure = true;
+    return;
+  }
+  if (isFolder && IsAroundDestination(*from)) {
+    metUnopenable = true;
+    return;
+  }
+  StreamCore* destination = levels.back().to;
+  CountedStream counterpart;
+  if (goal != Goal::kNone) {
+    counterpart = Counterpart(*destination, from->Header());
+    if (counterpart == nullptr) {
+      metFailure = true;
+      return;
+    }
+  }
+  StreamCore* to = counterpart.get();
+  if (!isFolder) {
+    CopyPlain(*from, to);
+  } else if (Witnessed(from->Header(), nullptr, 0)) {
+    Enter(from, std::move(owned), to, std::move(counterpart));
+  }
+}
+
+// A folder that holds the destination would be copied into itself. The caller's guard has seen to
+// the folders that are known to be around it; this meets those that were opened by their place.
+bool TreeCopy::IsAroundDestination(const StreamCore& child) const {
+  const StreamCore* destination = levels.back().to;
+  return destination != nullptr && (destination->IsOn(child) || destination->IsInside(child));
+}
+
+CountedStream TreeCopy::Counterpart(StreamCore& folder, const tag_aoStream& child) {
+  if (!folder.IsFolder() || folder.IsRemoved()) return Fail(Error::kRefused), nullptr;
+  const bool isFolder = IsFolderKind(child);
+  const std::uint32_t kind = PackKind(isFolder);
+  ChildStreams children(folder);
+  if (goal == Goal::kFresh)
+    return CountedStream(children.CreateUnseen(child.name, kind, kWriteFlags).release());
+  CountedStream there(children.OpenOrCreate(child.name, kind, kWriteFlags).release());
+  if (there == nullptr || there->IsFolder() == isFolder) return there;
+  if (!RemoveWhole(*there)) return nullptr;
+  there.reset();
+  return CountedStream(children.Create(child.name, kind, kWriteFlags).release());
+}
+
+void TreeCopy::LeaveLevel() {
+  levels.pop_back();
+  if (witness != nullptr) witness->LeftFolder();
+}
+
+void TreeCopy::LeaveAll() {
+  while (!levels.empty()) levels.pop_back();
+}
+
+}  // namespace aostorage::detail

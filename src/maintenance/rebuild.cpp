@@ -1,0 +1,138 @@
+#include "maintenance/rebuild.h"
+
+#include <utility>
+
+#include "platform/last_error.h"
+#include "storage/root_streams.h"
+
+namespace aostorage::detail {
+namespace {
+
+// Calls `visit` with each slot in use of the directory, in its order. False when the directory
+// cannot be read whole, or a visit gives false.
+template <typename Visit>
+bool VisitSlots(StorageCore& storage, Visit visit) {
+  DirectoryBlock block;
+  for (DirectoryWalk walk(storage.directory.FirstOffset());;) {
+    if (!walk.Read(storage.file, block)) return false;
+    for (std::uint32_t i = 0; i < block.SlotCount(); ++i) {
+      if (!block.SlotInUse(i)) continue;
+      const tag_aoStreamOffset locator{DirectoryBlock::SlotOffset(walk.Offset(), i), walk.Offset(),
+                                       block.SlotCount(), 0};
+      if (!visit(block.Slot(i), locator)) return false;
+    }
+    if (block.NextDirectory() == 0) return true;
+    if (!walk.Step(block.NextDirectory())) return false;
+  }
+}
+
+// Calls `visit` with each name of the map, in the order of the cookie iteration.
+template <typename Visit>
+bool VisitMap(StorageCore& storage, Visit visit) {
+  CMapSort& map = storage.streamMap;
+  if (storage.sortEnabled) {
+    map.Sort(storage.sortDescending);
+    for (std::size_t i = 0; i < map.SortedCount(); ++i) {
+      if (!visit(map.SortedAt(static_cast<std::int64_t>(i))->name)) return false;
+    }
+    return true;
+  }
+  for (CMapSort::EntryId id = map.First(); id != CMapSort::kNoEntry; id = map.Next(id)) {
+    if (!visit(map.At(id)->name)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool Rebuild::Carried::Copied(const tag_aoStream& header, const std::uint8_t* data,
+                              std::uint32_t size) {
+  ++report.streams;
+  report.bytes += size;
+  if (header.duration != 0) ++report.durations;
+  return CopySeal::Copied(header, data, size) && GoOn();
+}
+
+bool Rebuild::Carried::GoOn() const {
+  return !progress || progress(report) || Fail(Error::kRefused);
+}
+
+Replacement::Outcome Rebuild::Run(const std::string& path) {
+  constexpr auto kNothing = Replacement::Outcome::kNothingReplaced;
+  Replacement place;
+  if (!place.Aim(path) || !Survey() || !seal.GoOn()) return kNothing;
+  File temporary = place.MakeTemporary(source->file.Identity());
+  if (!temporary.IsOpen()) return kNothing;
+  temporary.BeginWindow();
+  const StoragePointer target = CreateStorageIn(place.TemporaryPath(), std::move(temporary), 0);
+  if (target == nullptr || !CarryAll(target) || !target->file.EndWindow()) return kNothing;
+  if (!Check(target, place.TemporaryPath())) return kNothing;
+  return place.PutInPlace(target->file);
+}
+
+// The map is what is carried. It must have all that the directory has, but for names that were
+// taken out by request: a map that was never read, or has been overtaken by another handle on the
+// file, would lose streams.
+bool Rebuild::Survey() {
+  const std::uint32_t firstDirectory = source->directory.FirstOffset();
+  const std::uint32_t reservedEnd =
+      DirectoryBlock::SlotOffset(firstDirectory, source->directory.ReservedSlotCount());
+  return VisitSlots(*source, [&](const tag_aoStream& header, const tag_aoStreamOffset& locator) {
+    return SurveySlot(
+        header, locator.headerOffset,
+        locator.directoryOffset == firstDirectory && locator.headerOffset < reservedEnd);
+  });
+}
+
+bool Rebuild::SurveySlot(const tag_aoStream& header, std::uint32_t headerOffset, bool reserved) {
+  if (!HasMagic(header) || !HasTerminatedName(header)) return Fail(Error::kDamaged);
+  tag_aoStreamOffset mapped;
+  if (!source->streamMap.Lookup(header.name, mapped)) {
+    if (source->droppedNames.count(header.name) == 0) return Fail(Error::kRefused);
+    ++report.hidden;
+  } else if (mapped.headerOffset != headerOffset) {
+    ++report.hidden;
+  } else if (reserved) {
+    ++report.reserved;
+  }
+  return true;
+}
+
+bool Rebuild::CarryAll(const StoragePointer& target) {
+  TreeCopy copy(*source, TreeCopy::Goal::kFresh, &seal);
+  return VisitMap(*source, [&](const char* name) { return CarryRoot(name, copy, target); });
+}
+
+bool Rebuild::CarryRoot(const char* name, TreeCopy& copy, const StoragePointer& target) {
+  const CountedStream stream(RootStreams(source).Open(name, kReadFlags).release());
+  if (stream == nullptr) return false;
+  if (!HasName(stream->Header(), name)) return Fail(Error::kNotFound);  // another handle's doing
+  const bool isFolder = stream->IsFolder();
+  const std::unique_ptr<StreamCore> twin =
+      RootStreams(target).Create(name, PackKind(isFolder), kWriteFlags, false);
+  if (twin == nullptr || (isFolder && twin->Header().length == 0)) return false;
+  copy.Copy(*stream, twin.get());
+  return copy.IsWhole() && (!copy.metMissingSlots || Fail(Error::kDamaged));
+}
+
+// Reads the new file as anybody else would and compares.
+bool Rebuild::Check(const StoragePointer& target, const std::string& path) const {
+  File file = File::Open(path, File::Access::kRead);
+  if (!file.IsOpen()) return false;
+  if (!(file.Identity() == target->file.Identity())) return Fail(Error::kRefused);
+  const StoragePointer written = OpenStorageIn(path, std::move(file), 0, true);
+  if (written == nullptr) return false;
+  CopySeal found;
+  TreeCopy reading(*written, TreeCopy::Goal::kNone, &found);
+  const bool read =
+      VisitSlots(*written, [&](const tag_aoStream& header, const tag_aoStreamOffset& locator) {
+        const CountedStream stream(
+            RootStreams(written).OpenByOffset(locator, header.name, kReadFlags).release());
+        if (stream == nullptr) return false;
+        reading.Copy(*stream, nullptr);
+        return reading.IsWhole() && !reading.metMissingSlots;
+      });
+  return read && (found == seal || Fail(Error::kDamaged));
+}
+
+}  // namespace aostorage::detail

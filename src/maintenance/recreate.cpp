@@ -1,0 +1,58 @@
+// The public operations that rebuild a storage file.
+#include <string>
+
+#include <aostorage/storage.h>
+
+#include "maintenance/rebuild.h"
+#include "platform/last_error.h"
+
+namespace aostorage {
+
+using detail::Fail;
+using detail::Guarded;
+using detail::Rebuild;
+using Outcome = detail::Replacement::Outcome;
+
+namespace {
+
+Outcome RunRebuild(const detail::StoragePointer& source, const std::string& path,
+                   const RebuildProgress& progress) {
+  return Guarded(Outcome::kNothingReplaced, [&] { return Rebuild(source, progress).Run(path); });
+}
+
+bool IsUsablePath(const char* path) {
+  return (path != nullptr && *path != '\0') || Fail(Error::kBadArgument);
+}
+
+}  // namespace
+
+aoStorage* aoStorage::Recreate(aoStorage* storage, const char* path) {
+  return Recreate(storage, path, RebuildProgress());
+}
+
+aoStorage* aoStorage::Recreate(aoStorage* storage, const char* path,
+                               const RebuildProgress& progress) {
+  if (storage == nullptr) return Fail(Error::kBadArgument), nullptr;
+  if (!IsUsablePath(path)) return storage;
+  return Guarded(storage, [&] {
+    const std::string target(path);  // the pointer may be into the storage that ends here
+    const Outcome outcome = RunRebuild(storage->core, target, progress);
+    if (outcome == Outcome::kNothingReplaced) return storage;
+    storage->Release();
+    return outcome == Outcome::kReplaced ? Open(target.c_str(), kWriteFlags, 0) : nullptr;
+  });
+}
+
+int aoStorage::Recreate(const char* path) { return Recreate(path, RebuildProgress()); }
+
+int aoStorage::Recreate(const char* path, const RebuildProgress& progress) {
+  aoStorage* storage = Open(path, kReadFlags, 0);
+  if (storage == nullptr) return 0;
+  const Outcome outcome = Guarded(Outcome::kNothingReplaced, [&] {
+    return RunRebuild(storage->core, storage->core->path, progress);
+  });
+  storage->Release();
+  return outcome == Outcome::kReplaced ? 1 : 0;
+}
+
+}  // namespace aostorage

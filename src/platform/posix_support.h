@@ -1,0 +1,71 @@
+// What the POSIX bodies of this floor share.
+#ifndef AOSTORAGE_PLATFORM_POSIX_SUPPORT_H_
+#define AOSTORAGE_PLATFORM_POSIX_SUPPORT_H_
+
+#include <cerrno>
+
+#include "platform/last_error.h"
+#include "platform/posix_calls.h"
+
+namespace aostorage::detail::posix {
+
+inline Error ReasonOf(int systemError) {
+  switch (systemError) {
+    case ENOENT:
+    case ENOTDIR:
+      return Error::kNotFound;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EBADF:
+      return Error::kAccessDenied;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return Error::kDiskFull;
+    case EEXIST:
+      return Error::kExists;
+    case ENAMETOOLONG:
+    case ELOOP:
+      return Error::kBadArgument;
+    case EISDIR:
+    case ENXIO:
+    case ENODEV:
+      return Error::kNotAStorage;
+    case ENOMEM:
+      return Error::kNoMemory;
+    default:
+      return Error::kInputOutput;
+  }
+}
+
+inline bool FailWithErrno() {
+  const int systemError = errno;
+  return Fail(ReasonOf(systemError), systemError);
+}
+
+// Repeats an interrupted call, a bounded number of times in a row.
+template <typename Call>
+auto Repeated(Call call) {
+  constexpr int kMostTries = 1000;
+  auto result = call();
+  for (int tries = 0; result < 0 && errno == EINTR && tries < kMostTries; ++tries) result = call();
+  return result;
+}
+
+// An open descriptor, or -1 with the reason noted. It is never one of the standard streams'
+// numbers, even when the caller closed those.
+inline int OpenAboveStandardStreams(const char* path, int flags, mode_t mode) {
+  constexpr int kFirstFree = 3;
+  const int descriptor = Repeated([&] { return Open(path, flags, mode); });
+  if (descriptor < 0) return FailWithErrno(), -1;
+  if (descriptor >= kFirstFree) return descriptor;
+  const int moved = DuplicateAbove(descriptor, kFirstFree);
+  if (moved < 0) FailWithErrno();
+  Close(descriptor);
+  return moved;
+}
+
+}  // namespace aostorage::detail::posix
+
+#endif  // AOSTORAGE_PLATFORM_POSIX_SUPPORT_H_
