@@ -2,16 +2,14 @@
 
 #include <algorithm>
 #include <string>
-#include <utility>
 
 #include <aostorage/error.h>
 #include <aostorage/types.h>
 
 #include "paths.h"
 #include "store.h"
-#include "transfer.h"
+#include "tree_copy.h"
 #include "verbs.h"
-#include "walk.h"
 
 namespace aotool {
 namespace {
@@ -24,109 +22,6 @@ Result MakeFolder(const std::string& path, aostorage::aoStorage& storage) {
   return target.parents.Bottom().Create(target.name, aostorage::PackKind(true)) ? Result{}
                                                                                 : FromLibrary();
 }
-
-constexpr const char* kChanges = "what it holds changes while it is copied";
-
-// Copies a stream, or a folder with all it holds, under another name or to another folder. All of
-// it is read back from the store before the copy counts as done.
-class TreeCopy {
- public:
-  TreeCopy(aostorage::aoStorage& ofStorage, Report& toReport)
-      : storage(ofStorage),
-        report(toReport),
-        transfer([this](std::uint64_t size) { bytes += size; }) {}
-
-  // A copy that failed is removed again. `name` is free in `to`.
-  Result Copy(aostorage::aoStream& source, Place to, const std::string& name) {
-    Result result =
-        source.IsFolder() == 1 ? CopyFolder(source, to, name) : CopyPlain(source, to, name);
-    if (result.Ok()) return result;
-    aostorage::ClearLastError();
-    StreamPtr partial = to.Open(name, aostorage::kWriteFlags);
-    if (partial && !Remove(partial).Ok()) result.reason += "; an incomplete copy is left";
-    return result;
-  }
-
- private:
-  static std::uint32_t KindOf(const aostorage::aoStream& stream) {
-    return aostorage::PackKind(stream.IsFolder() == 1, stream.GetDuration());
-  }
-
-  Result CopyPlain(aostorage::aoStream& source, Place to, const std::string& name) {
-    aostorage::ClearLastError();
-    if (const StreamPtr copy = to.Create(name, KindOf(source))) {
-      if (Result result = transfer.CopyAcross(source, *copy); !result.Ok()) return result;
-    } else {
-      return FromLibrary();
-    }
-    const StreamPtr written = to.Open(name, aostorage::kReadFlags);
-    if (!written) return FromLibrary();
-    report.Progress("moving", ++items, bytes);
-    return transfer.Compare(source, *written);
-  }
-
-  // How many streams and folders there are to copy. A folder that is damaged is not copied at all.
-  Result Count(aostorage::aoStream& source, std::uint64_t& count) {
-    count = 1;
-    TreeWalk walk({&storage, &source});
-    for (;;) {
-      const TreeWalk::Event event = walk.Next();
-      if (event == TreeWalk::Event::kEnd) return {};
-      if (event == TreeWalk::Event::kFailed) return InFolder(walk, walk.Failure());
-      if (event != TreeWalk::Event::kLeave) ++count;
-      report.Progress("counting", count, 0);
-    }
-  }
-
-  static Result InFolder(const TreeWalk& walk, const Result& result) {
-    return {result.code, "'" + Shown(walk.Path()) + "' in it: " + result.reason};
-  }
-
-  Result CopyFolder(aostorage::aoStream& source, Place to, const std::string& name) {
-    std::uint64_t expected = 0;
-    if (Result result = Count(source, expected); !result.Ok()) return result;
-    Trail trail(to);
-    if (Result result = MakeCopyOfFolder(source, trail, name); !result.Ok()) return result;
-    TreeWalk walk({&storage, &source});
-    for (;;) {
-      Result result;
-      switch (walk.Next()) {
-        case TreeWalk::Event::kStream:
-          result = CopyPlain(walk.Stream(), trail.Bottom(), walk.Name());
-          break;
-        case TreeWalk::Event::kFolder:
-          result = MakeCopyOfFolder(walk.Stream(), trail, walk.Name());
-          break;
-        case TreeWalk::Event::kLeave:
-          trail.Pop();
-          break;
-        case TreeWalk::Event::kFailed:
-          result = walk.Failure();
-          break;
-        case TreeWalk::Event::kEnd:
-          return items == expected ? Result{} : Result{kDamaged, kChanges};
-      }
-      if (!result.Ok()) return InFolder(walk, result);
-      // In a damaged store the goal can lie inside the source, which then grows as it is copied.
-      if (items > expected) return {kDamaged, kChanges};
-    }
-  }
-
-  Result MakeCopyOfFolder(aostorage::aoStream& source, Trail& trail, const std::string& name) {
-    aostorage::ClearLastError();
-    StreamPtr copy = trail.Bottom().Create(name, KindOf(source));
-    if (!copy) return FromLibrary();
-    trail.Push(name, std::move(copy));
-    report.Progress("moving", ++items, bytes);
-    return {};
-  }
-
-  aostorage::aoStorage& storage;
-  Report& report;
-  std::uint64_t items = 0;
-  std::uint64_t bytes = 0;
-  Transfer transfer;
-};
 
 bool LiesInside(const Trail& folder, const Target& source) {
   const std::vector<std::string>& inner = folder.Names();
@@ -159,7 +54,7 @@ Result MoveTo(Target& source, const std::string& path, aostorage::aoStorage& sto
   if (goal.stream) return {kFailure, "'" + Shown(path) + "' exists already"};
   if (goal.parents.Names() == source.parents.Names()) return RenameTo(source, goal.name);
   if (LiesInside(goal.parents, source)) return {kFailure, "cannot be moved into itself"};
-  Result result = TreeCopy(storage, report).Copy(*source.stream, goal.parents.Bottom(), goal.name);
+  Result result = TreeCopy(report, "moving").Copy(*source.stream, goal.parents.Bottom(), goal.name);
   if (!result.Ok()) return result;
   result = Remove(source.stream);
   if (!result.Ok()) result.reason = "is copied, but cannot be removed: " + result.reason;
