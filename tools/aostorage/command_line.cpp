@@ -24,6 +24,10 @@ constexpr const char* kFooter =
     "Exit codes: 0 done, 1 not found, 2 wrong usage or any other failure, 3 damaged file,\n"
     "4 not a storage file, 5 input/output error or disk full.";
 
+constexpr const char* kCopyFooter =
+    "STORE ends at the first colon that has a file on its left, or else at the first colon.\n"
+    "Nothing that is there is overwritten unasked. The copy is read back before it counts as done.";
+
 std::string FailureLine(const CLI::App*, const CLI::Error& error) {
   return "aostorage: " + Shown(error.what()) + " (--help tells more)\n";
 }
@@ -51,6 +55,7 @@ class Verbs {
     AddRm();
     AddListing();
     AddFolders();
+    AddCopy();
     AddImport();
     AddExport();
     AddSet();
@@ -62,8 +67,16 @@ class Verbs {
   template <typename Options>
   CLI::App* Add(const char* name, const char* description, const std::shared_ptr<Options>& options,
                 void (*run)(const Options&, Report&)) {
-    CLI::App* verb = app.add_subcommand(name, description);
+    CLI::App* verb = AddWithoutStore(name, description, options, run);
     verb->add_option("STORE", options->store, "the storage file")->required();
+    return verb;
+  }
+
+  template <typename Options>
+  CLI::App* AddWithoutStore(const char* name, const char* description,
+                            const std::shared_ptr<Options>& options,
+                            void (*run)(const Options&, Report&)) {
+    CLI::App* verb = app.add_subcommand(name, description);
     verb->callback([this, options, run] {
       chosen = [options, run] {
         Report report(options->store);
@@ -144,6 +157,24 @@ class Verbs {
             "/NAME for the root itself; or, with a slash at its end, the folder to move into")
         ->required();
     AddReserve(verb, *move);
+  }
+
+  void AddCopy() {
+    auto options = std::make_shared<CopyTreeOptions>();
+    CLI::App* verb = AddWithoutStore(
+        "cp", "Copy a stream or a folder with all it holds, within a store or to another one",
+        options, &CopyTree);
+    verb->add_option("FROM", options->from, "STORE:PATH of the stream or folder")->required();
+    verb->add_option("TO", options->to,
+                     "STORE:PATH of the copy; or, with a slash at its end, of the folder to copy "
+                     "into; STORE: for the root")
+        ->required();
+    verb->add_flag("--force", options->force, "replace a plain stream that is there already");
+    verb->add_flag("--merge", options->merge,
+                   "copy into a folder that is there already: what has the same name in it is "
+                   "replaced, everything else in it stays");
+    AddReserve(verb, *options);
+    verb->footer(kCopyFooter);
   }
 
   void AddImport() {

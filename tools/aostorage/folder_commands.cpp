@@ -1,6 +1,5 @@
 // mkdir, mv
 
-#include <algorithm>
 #include <string>
 
 #include <aostorage/error.h>
@@ -23,13 +22,6 @@ Result MakeFolder(const std::string& path, aostorage::aoStorage& storage) {
                                                                                 : FromLibrary();
 }
 
-bool LiesInside(const Trail& folder, const Target& source) {
-  const std::vector<std::string>& inner = folder.Names();
-  const std::vector<std::string>& outer = source.parents.Names();
-  return inner.size() > outer.size() && std::equal(outer.begin(), outer.end(), inner.begin()) &&
-         inner[outer.size()] == source.name;
-}
-
 Result RenameTo(Target& source, const std::string& newName) {
   aostorage::ClearLastError();
   return source.stream->Rename(newName.c_str()) ? Result{} : FromLibrary();
@@ -48,12 +40,12 @@ Result RenameBeside(Target& source, const std::string& newName) {
 Result MoveTo(Target& source, const std::string& path, aostorage::aoStorage& storage,
               Report& report) {
   Target goal(storage);
-  if (Result result = LocateForCreation(path, goal); !result.Ok()) {
+  if (Result result = LocateGoal(path, source.name, goal); !result.Ok()) {
     return {result.code, "'" + Shown(path) + "': " + result.reason};
   }
-  if (goal.stream) return {kFailure, "'" + Shown(path) + "' exists already"};
+  if (goal.stream) return {kFailure, "'" + Shown(PathOf(goal)) + "' exists already"};
   if (goal.parents.Names() == source.parents.Names()) return RenameTo(source, goal.name);
-  if (LiesInside(goal.parents, source)) return {kFailure, "cannot be moved into itself"};
+  if (LiesIn(goal, source)) return {kFailure, "cannot be moved into itself"};
   Result result = TreeCopy(report, "moving").Copy(*source.stream, goal.parents.Bottom(), goal.name);
   if (!result.Ok()) return result;
   result = Remove(source.stream);
@@ -78,12 +70,9 @@ void Move(const MoveOptions& options, Report& report) {
   Target source(*storage);
   Result result = Locate(options.path, aostorage::kWriteFlags, source);
   if (result.Ok()) {
-    const std::string& to = options.to;
-    if (to.find('/') == std::string::npos) {
-      result = RenameBeside(source, to);
-    } else {
-      result = MoveTo(source, to.back() == '/' ? to + source.name : to, *storage, report);
-    }
+    result = options.to.find('/') == std::string::npos
+                 ? RenameBeside(source, options.to)
+                 : MoveTo(source, options.to, *storage, report);
   }
   if (!result.Ok()) report.Fail(options.path, result);
 }

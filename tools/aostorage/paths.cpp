@@ -58,6 +58,17 @@ std::string_view Trimmed(std::string_view path) {
   return path;
 }
 
+// Goes down into a folder that is there.
+Result EnterExisting(std::string_view path, Target& target) {
+  Result result = Descend(path, aostorage::kWriteFlags, target);
+  const std::string folder = "'" + Shown(path) + "'";
+  if (result.code == kNotFound) return NotFound("there is no folder " + folder);
+  if (!result.Ok()) return result;
+  if (target.stream->IsFolder() != 1) return {kFailure, folder + " is no folder"};
+  target.parents.Push(target.name, std::move(target.stream));
+  return {};
+}
+
 void Clear(Target& target) {
   target.stream.reset();
   while (!target.parents.Names().empty()) target.parents.Pop();
@@ -99,10 +110,19 @@ void Trail::Pop() {
   names.pop_back();
 }
 
-std::string JoinPath(const std::vector<std::string>& parents, const std::string& name) {
+std::string PathOf(const Target& target) {
   std::string path;
-  for (const std::string& parent : parents) path += parent + "/";
-  return path + name;
+  for (const std::string& parent : target.parents.Names()) path += parent + "/";
+  return path + target.name;
+}
+
+bool LiesIn(const Target& inner, const Target& outer) {
+  std::vector<std::string> innerNames = inner.parents.Names();
+  innerNames.push_back(inner.name);
+  std::vector<std::string> outerNames = outer.parents.Names();
+  outerNames.push_back(outer.name);
+  return innerNames.size() >= outerNames.size() &&
+         std::equal(outerNames.begin(), outerNames.end(), innerNames.begin());
 }
 
 bool IsRoot(const std::string& path) { return Trimmed(path).empty(); }
@@ -129,16 +149,21 @@ Result LocateForCreation(const std::string& path, Target& target) {
   target.name = name;
   if (slash == std::string_view::npos) return {};
 
-  const std::string folder(trimmed.substr(0, slash));
-  result = Descend(folder, aostorage::kWriteFlags, target);
-  if (result.code == kNotFound) return NotFound("there is no folder '" + Shown(folder) + "'");
-  if (!result.Ok()) return result;
-  if (target.stream->IsFolder() != 1) {
-    return {kFailure, "'" + Shown(folder) + "' is no folder"};
-  }
-  target.parents.Push(target.name, std::move(target.stream));
+  if (result = EnterExisting(trimmed.substr(0, slash), target); !result.Ok()) return result;
   target.name = name;
   return {};
+}
+
+Result LocateGoal(const std::string& path, const std::string& name, Target& target) {
+  if (!path.empty() && path.back() != '/') return LocateForCreation(path, target);
+  if (Result result = CheckName(name); !result.Ok()) return result;
+  if (!IsRoot(path)) {
+    if (Result result = EnterExisting(Trimmed(path), target); !result.Ok()) return result;
+  }
+  target.name = name;
+  aostorage::ClearLastError();
+  target.stream = target.parents.Bottom().Open(name, aostorage::kWriteFlags);
+  return target.stream || NameIsMissing() ? Result{} : FromLibrary();
 }
 
 Result LocatePlain(const std::string& path, Target& target) {

@@ -57,8 +57,11 @@ struct Target {
   StreamPtr stream;
 };
 
-// The path of a name in `parents`, for messages.
-std::string JoinPath(const std::vector<std::string>& parents, const std::string& name);
+// The path of a target, for messages.
+std::string PathOf(const Target& target);
+
+// True when `inner` is `outer` or lies in it, by their names.
+bool LiesIn(const Target& inner, const Target& outer);
 
 // True for "" and "/".
 bool IsRoot(const std::string& path);
@@ -69,6 +72,10 @@ Result Locate(const std::string& path, std::uint32_t flags, Target& target);
 // As Locate, but a missing stream is no failure when its folder is there and its name is usable:
 // then `target.stream` is null and a stream may be made in `target.parents`.
 Result LocateForCreation(const std::string& path, Target& target);
+
+// Where a copy of a stream called `name` goes: as LocateForCreation, but an empty path and one that
+// ends in a slash name the folder that takes it under this name.
+Result LocateGoal(const std::string& path, const std::string& name, Target& target);
 
 // Locate for a plain stream, for reading.
 Result LocatePlain(const std::string& path, Target& target);

@@ -120,7 +120,7 @@ Report::Report(std::string storePath)
       ::isatty(STDERR_FILENO) == 1 && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
 }
 
-Report::~Report() { ClearProgress(); }
+Report::~Report() { EndProgress(); }
 
 void Report::Fail(std::string_view subject, const Result& result) {
   if (code == kDone || code == kFailure) code = result.code;
@@ -144,8 +144,9 @@ void Report::Working(std::string_view doing) {
 }
 
 void Report::PrintLine(std::string_view subject, std::string_view text) {
-  ClearProgress();
-  std::string line = "aostorage: " + Shown(store) + ": ";
+  EndProgress();
+  std::string line = "aostorage: ";
+  if (!store.empty()) line += Shown(store) + ": ";
   if (!subject.empty()) line += Shown(subject) + ": ";
   line.append(text);
   line += '\n';
@@ -159,7 +160,7 @@ void Report::ShowProgress(const std::string& text) {
   nextProgress = Clock::now() + kNextProgress;
 }
 
-void Report::ClearProgress() {
+void Report::EndProgress() {
   if (!progressShown) return;
   std::fputs("\r\033[K", stderr);
   progressShown = false;

@@ -49,11 +49,14 @@ Result FlushPrinted();
 // Messages and progress of one verb on standard error, and the exit code that comes of them.
 class Report {
  public:
-  // `store` is named in every message.
+  // The store is named in every message.
   explicit Report(std::string store);
   Report(const Report&) = delete;
   Report& operator=(const Report&) = delete;
   ~Report();
+
+  // From now on messages name this store; an empty one is not named.
+  void SpeakOf(const std::string& otherStore) { store = otherStore; }
 
   // Prints the failure and remembers its code. Any code stands above kFailure, and the first
   // stands. `subject` is the stream or file that it is about, empty for the store itself.
@@ -76,7 +79,7 @@ class Report {
 
   void PrintLine(std::string_view subject, std::string_view text);
   void ShowProgress(const std::string& text);
-  void ClearProgress();
+  void EndProgress();
 
   std::string store;
   ExitCode code = kDone;

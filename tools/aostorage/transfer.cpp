@@ -70,6 +70,7 @@ Result Transfer::CopyOut(aostorage::aoStream& stream, OutputFile& output) {
 
 Result Transfer::CopyAcross(aostorage::aoStream& from, aostorage::aoStream& to) {
   std::uint32_t left = from.GetLength();
+  if (left == 0) return EraseAll(to);
   return ReadStream(from, [&](const std::uint8_t* data, std::uint32_t size) {
     left -= size;
     return WritePiece(to, data, size, left == 0);

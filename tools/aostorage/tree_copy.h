@@ -21,15 +21,23 @@ class TreeCopy {
   // `name` is free in `to`. A copy that failed is removed again.
   Result Copy(aostorage::aoStream& source, Place to, const std::string& name);
 
+  // As Copy, over what stands in `to` under that name and is of the same kind. A stream gets the
+  // new bytes and keeps its duration. A folder keeps what only it holds; in it, what has a name of
+  // the other kind is removed first. A copy that failed stays as far as it came.
+  Result CopyOver(aostorage::aoStream& source, Place to, const std::string& name);
+
  private:
   Result CopyTree(aostorage::aoStream& source, Place to, const std::string& name);
+  Result Obtain(aostorage::aoStream& source, Place to, const std::string& name, StreamPtr& copy);
   Result CopyPlain(aostorage::aoStream& source, Place to, const std::string& name);
   Result CopyFolder(aostorage::aoStream& source, Place to, const std::string& name);
-  Result MakeCopyOfFolder(aostorage::aoStream& source, Trail& trail, const std::string& name);
+  Result EnterCopyOfFolder(aostorage::aoStream& source, Trail& trail, const std::string& name);
   Result Count(aostorage::aoStream& source, std::uint64_t& count);
 
   Report& report;
   const char* verb;
+  bool over = false;     // what has the name in the goal is copied over
+  bool touched = false;  // there was a first write
   std::uint64_t items = 0;
   std::uint64_t bytes = 0;  // read from the source, to be written or to be compared
   Transfer transfer;

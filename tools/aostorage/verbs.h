@@ -50,6 +50,13 @@ struct MoveOptions : CommonOptions {
 };
 void Move(const MoveOptions& options, Report& report);
 
+struct CopyTreeOptions : CommonOptions {
+  std::string from, to;  // STORE:PATH; `store` and `path` stay empty
+  bool force = false;
+  bool merge = false;
+};
+void CopyTree(const CopyTreeOptions& options, Report& report);
+
 struct ImportOptions : CommonOptions {
   std::string directory;
   std::string into;  // a path in the store; empty for the root
