@@ -1,4 +1,4 @@
-// Copies from the command line: all is there, and nothing is lost by them.
+// Copies, compaction and upgrade from the command line: all is there, and nothing is lost by them.
 #include <map>
 #include <sstream>
 #include <tuple>
@@ -124,6 +124,75 @@ TEST_F(CopyTool, LeavesNothingOfAFailedCopy) {
   }
   EXPECT_EQ(Copy("A:f B:new --merge").code, 2) << "one of two of a name would be lost";
   EXPECT_EQ(TreeAt(other, "new"), none);
+}
+
+TEST_F(CopyTool, CompactsInPlaceAndToAnotherFile) {
+  Tree all = TreeAt(store, "f");
+  for (auto& [path, stream] : all) std::get<1>(stream) = 0;
+  ASSERT_EQ(Code({"put", store, "gone"}, Bulk(100000)) + Code({"rm", store, "gone"}), 0);
+  const Bytes before = ReadFile(store);
+  const std::string out = dir.File("out");
+  const std::string told = Run({"compact", store, "--output", out}).out;
+  EXPECT_EQ(told, std::to_string(before.size()) + " bytes before, " +
+                      std::to_string(ReadFile(out).size()) +
+                      " bytes after, 6 streams carried, 4 durations became 0\n");
+  EXPECT_LE(ReadFile(out).size() + 100000, before.size());
+  EXPECT_EQ(ReadFile(store), before);
+
+  // Only another regular file, and only on request, makes way.
+  fs::create_hard_link(store, dir.File("hard"));
+  fs::create_symlink(store, dir.File("soft"));
+  EXPECT_EQ(Code({"compact", store, "--output", out}), 2);
+  for (const std::string& file : {dir.File("hard"), dir.File("soft"), dir.Path(), ""s, "-"s})
+    EXPECT_EQ(Code({"compact", store, "--force", "--output", file}), 2) << file;
+  EXPECT_EQ(Code({"compact", store, "--output", dir.File("none/out")}), 5);
+  EXPECT_EQ(ReadFile(store), before);
+  EXPECT_EQ(Code({"compact", store, "--output", out, "--force"}), 0);
+  EXPECT_EQ(Code({"compact", store}), 0);
+  EXPECT_EQ(ReadFile(store), ReadFile(out));
+  EXPECT_EQ(TreeAt(store, "f"), all);
+  EXPECT_EQ(CheckFile(store), "");
+}
+
+TEST_F(CopyTool, ARebuildThatFailsChangesNothing) {
+  const Bytes sound = ReadFile(store);
+  PatchFile32(store, ReadImage(sound).Find("f/g/deep")->firstBlock, 0);
+  const Bytes damaged = ReadFile(store);
+  const Outcome compact = Run({"compact", store});
+  EXPECT_EQ(compact.code, 3);
+  EXPECT_NE(compact.err.find("'f/g/deep'"), std::string::npos) << compact.err;
+  EXPECT_EQ(ReadFile(store), damaged);
+  WriteFile(store, sound);
+  EXPECT_EQ(Run({"compact", store}, "", "ulimit -f 200; ").code, 5);
+  EXPECT_FALSE(fs::exists(store + "_tmp"));
+  SetText(store + "_tmp", "perhaps the only whole store");
+  EXPECT_EQ(Code({"compact", store}), 2);
+  EXPECT_EQ(Text(store + "_tmp"), "perhaps the only whole store");
+  EXPECT_EQ(ReadFile(store), sound);
+}
+
+TEST_F(CopyTool, UpgradesTheOlderFormAndTellsWhatHidesWhat) {
+  FileBuilder builder(FileBuilder::Form::kOlder);
+  builder.AddStream(0, "reserved", Pattern(5));
+  builder.AddStream(3, "twin", Pattern(6, 2));
+  builder.AddStream(4, "twin", Pattern(7, 3));
+  WriteFile(store, builder.bytes);
+  for (const std::string verb : {"upgrade", "compact"}) {
+    const Outcome refused = Run({verb, store});
+    EXPECT_EQ(refused.code, 2);
+    EXPECT_NE(refused.err.find(" 1 stream is hidden"), std::string::npos) << refused.err;
+    EXPECT_NE(refused.err.find("--drop-hidden"), std::string::npos) << refused.err;
+    EXPECT_EQ(ReadFile(store), builder.bytes);
+  }
+  const std::string shown = Cat("twin");
+  const Outcome upgrade = Run({"upgrade", store, "--drop-hidden"});
+  for (const std::string told : {"2 streams carried", "1 stream of a reserved slot", "1 hidden"})
+    EXPECT_NE(upgrade.out.find(told), std::string::npos) << upgrade.out;
+  EXPECT_EQ(Cat("twin"), shown);
+  const Bytes current = ReadFile(store);
+  EXPECT_FALSE(ReadImage(current).older);
+  EXPECT_EQ(Run({"upgrade", store}).out, "the store is in the current form already\n");
+  EXPECT_EQ(ReadFile(store), current);
 }
 
 }  // namespace

@@ -28,6 +28,12 @@ constexpr const char* kCopyFooter =
     "STORE ends at the first colon that has a file on its left, or else at the first colon.\n"
     "Nothing that is there is overwritten unasked. The copy is read back before it counts as done.";
 
+constexpr const char* kRebuildFooter =
+    "The new store is made in a file beside the old one, with _tmp at the end of its name, read "
+    "back\n"
+    "and put in place in one step. All durations become 0, and streams of reserved slots ordinary\n"
+    "ones. A store that cannot be carried whole stays as it is.";
+
 std::string FailureLine(const CLI::App*, const CLI::Error& error) {
   return "aostorage: " + Shown(error.what()) + " (--help tells more)\n";
 }
@@ -56,6 +62,7 @@ class Verbs {
     AddListing();
     AddFolders();
     AddCopy();
+    AddRebuilds();
     AddImport();
     AddExport();
     AddSet();
@@ -175,6 +182,32 @@ class Verbs {
                    "replaced, everything else in it stays");
     AddReserve(verb, *options);
     verb->footer(kCopyFooter);
+  }
+
+  void AddRebuilds() {
+    auto compact = std::make_shared<RebuildOptions>();
+    CLI::App* verb =
+        Add("compact", "Rebuild a store without gaps and removed streams", compact, &Compact);
+    // Not an empty string when missing: an empty FILE must not mean the store itself.
+    CLI::Option* output =
+        verb->add_option_function<std::string>(
+                "--output", [compact](const std::string& file) { compact->output = file; },
+                "the file for the new store; the old one stays. Default: in its place")
+            ->type_name("FILE");
+    verb->add_flag("--force", compact->force, "replace a file that is there already")
+        ->needs(output);
+    AddDropHidden(verb, *compact);
+
+    auto upgrade = std::make_shared<RebuildOptions>();
+    verb =
+        Add("upgrade", "Rebuild a store of the older form in the current one", upgrade, &Upgrade);
+    AddDropHidden(verb, *upgrade);
+  }
+
+  void AddDropHidden(CLI::App* verb, RebuildOptions& options) {
+    verb->add_flag("--drop-hidden", options.dropHidden,
+                   "leave root streams behind that a later one of the same name hides");
+    verb->footer(kRebuildFooter);
   }
 
   void AddImport() {

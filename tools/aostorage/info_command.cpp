@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,12 +18,6 @@
 namespace aotool {
 namespace {
 
-// What the file header tells; the library keeps it to itself.
-struct Header {
-  bool older = false;
-  unsigned reservedSlots = 0;
-};
-
 struct Totals {
   std::uint64_t rootStreams = 0;
   std::uint64_t folders = 0;
@@ -32,20 +26,8 @@ struct Totals {
   std::size_t depth = 0;
 };
 
-// The store was opened before, so that the form is one of the two.
-bool ReadHeader(const std::string& path, Header& header) {
-  char bytes[32];
-  std::ifstream file(path, std::ios::binary);
-  if (!file.read(bytes, sizeof bytes)) return false;
-  header.older = bytes[24] == '_';
-  header.reservedSlots = header.older ? 2U
-                                      : static_cast<unsigned char>(bytes[28]) +
-                                            256U * static_cast<unsigned char>(bytes[29]);
-  return true;
-}
-
 // Reserved slots are the first ones of the directory, so their streams have the lowest headers.
-unsigned ReservedInUse(aostorage::aoStorage& storage, const Header& header) {
+unsigned ReservedInUse(aostorage::aoStorage& storage, const FileHeader& header) {
   std::vector<std::pair<std::uint32_t, std::string>> streams;
   aostorage::CIterateSortedStreams scan;
   while (storage.IterateSortedStreamsNoOPENS(&scan) == 1) {
@@ -97,21 +79,22 @@ void PrintRow(const char* label, const std::string& value) {
 void Info(const CommonOptions& options, Report& report) {
   const StoragePtr storage = OpenForReading(options.store, report);
   if (!storage) return;
-  Header header;
+  const std::optional<FileHeader> header = ReadHeader(options.store);
   struct stat state {};
-  if (!ReadHeader(options.store, header) || ::stat(options.store.c_str(), &state) != 0) {
+  if (!header || ::stat(options.store.c_str(), &state) != 0) {
     return report.Fail("", {kInputOutput, "cannot read the file header"});
   }
   Totals totals = Count(*storage, report);
   totals.rootStreams = RootNames(*storage).size();
   const auto fileSize = static_cast<std::uint64_t>(state.st_size);
 
+  report.EndProgress();
   PrintRow("path", Shown(storage->GetPath()));
   PrintRow("file size", std::to_string(fileSize) + " bytes");
-  PrintRow("header form", header.older ? "older" : "current");
+  PrintRow("header form", header->older ? "older" : "current");
   PrintRow("root streams", std::to_string(totals.rootStreams));
-  PrintRow("reserved slots", std::to_string(ReservedInUse(*storage, header)) + " of " +
-                                 std::to_string(header.reservedSlots) + " in use");
+  PrintRow("reserved slots", std::to_string(ReservedInUse(*storage, *header)) + " of " +
+                                 std::to_string(header->reservedSlots) + " in use");
   PrintRow("folders",
            std::to_string(totals.folders) + ", " + std::to_string(totals.depth) + " deep");
   PrintRow("plain streams", std::to_string(totals.plainStreams));

@@ -67,6 +67,8 @@ class Report {
   // Where standard error is a terminal, shows what is going on: now and then, after the first
   // moment.
   void Progress(std::string_view doing, std::uint64_t items, std::uint64_t bytes);
+  // Takes the progress away: before results are printed.
+  void EndProgress();
   // For verbs with results on standard output: no progress where that is a terminal as well.
   void LeaveTerminalToResults();
   // As Progress, at once: before a single call that can take long.
@@ -79,7 +81,6 @@ class Report {
 
   void PrintLine(std::string_view subject, std::string_view text);
   void ShowProgress(const std::string& text);
-  void EndProgress();
 
   std::string store;
   ExitCode code = kDone;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
 
 #include <aostorage/error.h>
 #include <aostorage/types.h>
@@ -25,6 +26,14 @@ StoragePtr Open(const std::string& path, std::uint32_t flags, std::uint32_t rese
     report.Fail("", failure);
   }
   return storage;
+}
+
+StoragePtr OpenUndamaged(const std::string& path, std::uint32_t flags, std::uint32_t reserve,
+                         Report& report) {
+  StoragePtr storage = Open(path, flags, reserve, report);
+  if (!storage || !MetDamage()) return storage;
+  report.Fail("", {FromLibrary().code, "the directory breaks off: nothing was changed"});
+  return nullptr;
 }
 
 // There is nothing in such a file that could be lost.
@@ -66,11 +75,12 @@ StoragePtr OpenForReading(const std::string& path, Report& report) {
   return storage;
 }
 
+StoragePtr OpenWhole(const std::string& path, Report& report) {
+  return OpenUndamaged(path, aostorage::kReadFlags, 0, report);
+}
+
 StoragePtr OpenForWriting(const std::string& path, std::uint32_t reserve, Report& report) {
-  StoragePtr storage = Open(path, aostorage::kWriteFlags, reserve, report);
-  if (!storage || !MetDamage()) return storage;
-  report.Fail("", {FromLibrary().code, "the directory breaks off: nothing was changed"});
-  return nullptr;
+  return OpenUndamaged(path, aostorage::kWriteFlags, reserve, report);
 }
 
 Result CreateStore(const std::string& path, bool replace) {
@@ -87,6 +97,15 @@ Result CreateStore(const std::string& path, bool replace) {
   if (IsEmptyFile(path)) return Fill(path);
   if (!replace) return {kFailure, "exists already (--force makes it empty)"};
   return IsStore(path) ? Empty(path) : FromLibrary();
+}
+
+std::optional<FileHeader> ReadHeader(const std::string& path) {
+  char bytes[32];
+  std::ifstream file(path, std::ios::binary);
+  if (!file.read(bytes, sizeof bytes)) return std::nullopt;
+  if (bytes[24] == '_') return FileHeader{true, 2};
+  return FileHeader{
+      false, static_cast<unsigned char>(bytes[28]) + 256U * static_cast<unsigned char>(bytes[29])};
 }
 
 }  // namespace aotool

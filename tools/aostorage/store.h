@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <aostorage/storage.h>
@@ -29,12 +30,24 @@ Result Remove(StreamPtr& stream);
 // serves. Null after a failure, which is reported.
 StoragePtr OpenForReading(const std::string& path, Report& report);
 
+// As OpenForReading, but a damaged directory is a failure: what is made of the store must be whole.
+StoragePtr OpenWhole(const std::string& path, Report& report);
+
 // Opens the store for changes. A damaged directory is a failure: a name that it lost could be given
 // twice. `reserve` is what each new block of a plain stream gets beyond its data.
 StoragePtr OpenForWriting(const std::string& path, std::uint32_t reserve, Report& report);
 
 // Makes an empty store where nothing stands, or, with `replace`, in the place of another store.
 Result CreateStore(const std::string& path, bool replace);
+
+// What the file header of a store tells; the library keeps it to itself.
+struct FileHeader {
+  bool older = false;  // of the two forms
+  unsigned reservedSlots = 0;
+};
+
+// Reads the header of a store that was opened before. Nothing when the file cannot be read.
+std::optional<FileHeader> ReadHeader(const std::string& path);
 
 }  // namespace aotool
 

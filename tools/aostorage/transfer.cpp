@@ -77,6 +77,10 @@ Result Transfer::CopyAcross(aostorage::aoStream& from, aostorage::aoStream& to) 
   });
 }
 
+Result Transfer::ReadThrough(aostorage::aoStream& stream) {
+  return ReadStream(stream, [](const std::uint8_t*, std::uint32_t) { return Result{}; });
+}
+
 Result Transfer::Compare(aostorage::aoStream& left, aostorage::aoStream& right) {
   static const char* const kDiffers = "what was written does not read back";
   if (left.GetLength() != right.GetLength()) return {kDamaged, kDiffers};

@@ -30,6 +30,9 @@ class Transfer {
   // Replaces the content of `to`. Both cursors are at the start.
   Result CopyAcross(aostorage::aoStream& from, aostorage::aoStream& to);
 
+  // Reads all of the stream, whose cursor is at the start, and keeps nothing of it.
+  Result ReadThrough(aostorage::aoStream& stream);
+
   // kDamaged unless both hold the same bytes, read from the start.
   Result Compare(aostorage::aoStream& left, aostorage::aoStream& right);
 

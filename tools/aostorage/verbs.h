@@ -57,6 +57,14 @@ struct CopyTreeOptions : CommonOptions {
 };
 void CopyTree(const CopyTreeOptions& options, Report& report);
 
+struct RebuildOptions : CommonOptions {
+  std::optional<std::string> output;  // a file for the new store; without: in the old one's place
+  bool force = false;
+  bool dropHidden = false;
+};
+void Compact(const RebuildOptions& options, Report& report);
+void Upgrade(const RebuildOptions& options, Report& report);
+
 struct ImportOptions : CommonOptions {
   std::string directory;
   std::string into;  // a path in the store; empty for the root
