@@ -5,6 +5,7 @@
 
 #include <aostorage/error.h>
 #include <aostorage/export.h>
+#include <aostorage/memory_stream.h>
 #include <aostorage/storage.h>
 #include <aostorage/stream.h>
 #include <aostorage/types.h>
