@@ -8,6 +8,7 @@
 #include <aostorage/memory_stream.h>
 #include <aostorage/storage.h>
 #include <aostorage/stream.h>
+#include <aostorage/stream_file.h>
 #include <aostorage/types.h>
 
 #endif  // AOSTORAGE_AOSTORAGE_H_

@@ -1,6 +1,7 @@
-// Streams in memory.
+// Streams in memory, and streams behind the generic file interface.
 #include <cstring>
 #include <numeric>
+#include <stdexcept>
 
 #include "folder/storage_fixture.h"
 #include "support/allocations.h"
@@ -181,6 +182,111 @@ TEST(MemoryStream, StoresWhatFitsWhenThereIsNoMemory) {
   Bytes expected = data;
   expected[1024] = data[1020];
   EXPECT_EQ(Detached(stream), expected);
+}
+
+class StreamAsFile : public StorageFileTest {
+ protected:
+  void SetUp() override {
+    storage = Create();
+    stream.reset(storage->CreateStream("s", kWriteFlags));
+  }
+  Storage storage;
+  Stream stream;
+};
+
+TEST_F(StreamAsFile, ReadsWritesAndSeeksInTheStream) {
+  CAoStreamFile file(stream.get());
+  const Bytes data = Pattern(10);
+  file.Write(data.data(), 10);
+  EXPECT_EQ(file.GetLength(), 10U);
+  EXPECT_EQ(file.GetStorageName(), "s");
+  struct Row {
+    std::int32_t offset;
+    std::uint32_t origin, place;
+  };
+  for (const Row& row : {Row{3, 0, 3}, Row{-4, 0, 6}, Row{2, 1, 8}, Row{-5, 1, 3}, Row{0, 2, 0}}) {
+    EXPECT_EQ(file.Seek(row.offset, row.origin), 0);
+    EXPECT_EQ(stream->GetCurDataPos(), row.place) << row.offset << " from " << row.origin;
+  }
+  file.SetLength(3U);
+  file.LockRange(0U, 10U);
+  file.UnlockRange(0U, 10U);
+  EXPECT_EQ(file.GetLength(), 10U);
+  Bytes got(20);
+  EXPECT_EQ(file.Read(got.data(), 20), 10U);
+  EXPECT_EQ(Slice(got, 0, 10), data);
+  EXPECT_EQ(file.Read(nullptr, 1), kFailed);
+  EXPECT_EQ(file.Seek(11, 0), -1);
+  EXPECT_EQ(file.Read(got.data(), 1), kFailed) << "what the stream says after a failed seek";
+}
+
+// A caller that knows files alone: writes, and finds that nothing else reaches the stream.
+void UseAsFile(CFile& file) {
+  file.Write("abc", 3);
+  EXPECT_EQ(file.Seek(0, 0) + file.GetLength() + file.GetPosition(), 0U);
+  file.SetLength(std::uint64_t{1});
+  file.Abort();
+  file.Flush();
+  file.Close();
+  EXPECT_EQ(file.Duplicate(), nullptr);
+  EXPECT_FALSE(file.Open("/", kReadFlags));
+  file.Write("de", 2);
+  EXPECT_EQ(file.GetRuntimeClass(), &CAoStreamFile::classCAoStreamFile);
+}
+
+TEST_F(StreamAsFile, IsReadAndWrittenThroughTheInterface) {
+  CAoStreamFile file(stream.get());
+  UseAsFile(file);
+  file.Seek(0, 0U);
+  Bytes got(5);
+  CFile& base = file;
+  EXPECT_EQ(base.Read(got.data(), 5), 5U);
+  EXPECT_EQ(got, (Bytes{'a', 'b', 'c', 'd', 'e'}));
+
+  aoStream2 memory;
+  CAoStreamFile inMemory(&memory);
+  UseAsFile(inMemory);
+  EXPECT_EQ(inMemory.GetLength(), 0U);
+  EXPECT_EQ(Detached(memory), got);
+}
+
+TEST(StreamFile, WithoutAStreamFailsQuietly) {
+  CAoStreamFile file, bound(nullptr);
+  std::uint8_t byte = 0xEE;
+  for (CAoStreamFile* each : {&file, &bound}) {
+    each->Write(&byte, 1);
+    EXPECT_EQ(each->Read(&byte, 1), kFailed);
+    EXPECT_EQ(each->Seek(0, 0), -1);
+    EXPECT_EQ(each->GetLength(), 0U);
+    EXPECT_EQ(each->GetStorageName(), "");
+  }
+  const CRuntimeClass& record = *CAoStreamFile::GetThisClass();
+  EXPECT_STREQ(record.className, "CAoStreamFile");
+  EXPECT_TRUE(record.schema == 0xFFFF && record.create == nullptr);
+  EXPECT_EQ(record.baseClass, CFile().GetRuntimeClass());
+  EXPECT_EQ(CAoStreamFile::_GetBaseClass(), &CFile::classCFile);
+  EXPECT_EQ(CFile::classCFile.baseClass, nullptr);
+}
+
+TEST(StreamFile, KeepsItsPathAndThrowsForNullAlone) {
+  CAoStreamFile file;
+  const std::string path(100, 'p'), longer(200, 'q');
+  file.SetFilePath(path.c_str());
+  EXPECT_THROW(file.SetFilePath(nullptr), std::invalid_argument);
+  std::string withoutMemory = "x";
+  {
+    const FailAllocation fault(1);
+    file.SetFilePath(longer.c_str());
+    EXPECT_TRUE(fault.Fired());
+  }
+  {
+    const FailAllocation fault(1);
+    withoutMemory = file.GetFilePath();
+    EXPECT_TRUE(fault.Fired());
+  }
+  EXPECT_EQ(withoutMemory, "");
+  EXPECT_EQ(file.GetFilePath(), path);
+  EXPECT_EQ(file.GetFileName() + file.GetFileTitle(), "") << "no file is open";
 }
 
 }  // namespace
