@@ -5,8 +5,10 @@
 
 #include <aostorage/error.h>
 #include <aostorage/export.h>
+#include <aostorage/memory_stream.h>
 #include <aostorage/storage.h>
 #include <aostorage/stream.h>
+#include <aostorage/stream_file.h>
 #include <aostorage/types.h>
 
 #endif  // AOSTORAGE_AOSTORAGE_H_
