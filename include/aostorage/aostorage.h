@@ -5,6 +5,8 @@
 
 #include <aostorage/error.h>
 #include <aostorage/export.h>
+#include <aostorage/hash_words.h>
+#include <aostorage/path_loader.h>
 #include <aostorage/storage.h>
 #include <aostorage/stream.h>
 #include <aostorage/types.h>
