@@ -3,6 +3,7 @@
 #ifndef AOSTORAGE_AOSTORAGE_H_
 #define AOSTORAGE_AOSTORAGE_H_
 
+#include <aostorage/compound_file.h>
 #include <aostorage/error.h>
 #include <aostorage/export.h>
 #include <aostorage/hash_words.h>

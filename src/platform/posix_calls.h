@@ -4,6 +4,7 @@
 #ifndef AOSTORAGE_PLATFORM_POSIX_CALLS_H_
 #define AOSTORAGE_PLATFORM_POSIX_CALLS_H_
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -32,6 +33,17 @@ inline ssize_t Write(int descriptor, const iovec* pieces, int pieceCount, off_t 
 }
 inline int Truncate(int descriptor, off_t size) { return ::ftruncate(descriptor, size); }
 inline int Unlink(const char* path) { return ::unlink(path); }
+
+// A scan takes over the descriptor of an open directory.
+inline DIR* StartScan(int directory) { return ::fdopendir(directory); }
+inline dirent* NextEntry(DIR* scan) { return ::readdir(scan); }
+inline int EndScan(DIR* scan) { return ::closedir(scan); }
+inline int StatusInside(int directory, const char* name, struct stat* status) {
+  return ::fstatat(directory, name, status, AT_SYMLINK_NOFOLLOW);
+}
+inline int UnlinkInside(int directory, const char* name) { return ::unlinkat(directory, name, 0); }
+inline int RemoveDirectory(const char* path) { return ::rmdir(path); }
+
 inline int RealTime(timespec* now) { return ::clock_gettime(CLOCK_REALTIME, now); }
 
 }  // namespace aostorage::detail::posix

@@ -1,0 +1,47 @@
+// The POSIX body of the directory scan.
+#include <cstring>
+
+#include "platform/directory_scan.h"
+#include "platform/posix_calls.h"
+
+namespace aostorage::detail {
+namespace {
+
+constexpr int kFirstFreeDescriptor =
+    3;  // 0 to 2 are the standard streams, even when the caller closed them
+
+// An open directory; negative on failure, and where no directory stands.
+int OpenDirectory(const char* path) {
+  const int descriptor = posix::Open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  if (descriptor < 0 || descriptor >= kFirstFreeDescriptor) return descriptor;
+  const int moved = posix::DuplicateAbove(descriptor, kFirstFreeDescriptor);
+  posix::Close(descriptor);
+  return moved;
+}
+
+bool IsRegularFile(int directory, const char* name) {
+  struct stat status {};
+  return posix::StatusInside(directory, name, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+void RemoveDirectoryOfFiles(const char* path) noexcept {
+  const int directory = OpenDirectory(path);
+  DIR* const scan = directory >= 0 ? posix::StartScan(directory) : nullptr;
+  while (const dirent* const entry = scan != nullptr ? posix::NextEntry(scan) : nullptr) {
+    // Files are named by the directory that was opened, not by the path: whatever comes to stand at
+    // the path meanwhile stays as it is, and no name gets too long.
+    if (std::strchr(entry->d_name, '.') == nullptr && IsRegularFile(directory, entry->d_name))
+      posix::UnlinkInside(directory, entry->d_name);
+  }
+  if (scan != nullptr) {
+    posix::EndScan(scan);
+  } else if (directory >= 0) {
+    posix::Close(directory);
+  }
+  // Takes nothing but an empty directory, so there is no need to know what stands there.
+  posix::RemoveDirectory(path);
+}
+
+}  // namespace aostorage::detail
