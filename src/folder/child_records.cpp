@@ -37,7 +37,7 @@ FolderIndex* ChildRecords::Index() {
   if (shared.index != nullptr && (shared.indexEpoch != epoch || !shared.index->Reliable()))
     Forget();
   if (shared.index == nullptr) {
-    scan.emplace(storage.file, ChainCursor::AtStart(shared.onDisk.firstBlock));
+    scan.emplace(storage.file, ChainCursor::AtStart(shared.OnDisk().firstBlock));
     std::uint32_t count = 0;
     if (scan->ReadCount(count) != ChildScan::Result::kRecord) {
       folder.SetChildCount(0);
@@ -311,7 +311,7 @@ ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint
 bool ChildRecords::HasAllSlots() {
   FolderIndex* index = Index();
   if (index == nullptr || index->Scanned() < index->CountWord()) return false;
-  const std::uint32_t length = folder.Shared()->onDisk.length;
+  const std::uint32_t length = folder.Shared()->OnDisk().length;
   ChainCursor end = index->End();
   return end.position >= length || end.Skip(storage.file, length - end.position);
 }

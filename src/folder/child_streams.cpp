@@ -8,9 +8,13 @@ namespace aostorage::detail {
 
 bool LeadsBack(const StreamCore& folder, const tag_aoStream& childHeader,
                std::uint32_t childHeaderOffset) {
+  // A folder that nobody has open is not around another one.
+  const SharedStreams& open = folder.Storage().sharedStreams;
+  const bool chainIsOpen = childHeader.firstBlock != 0 && open.HasOpenChain(childHeader.firstBlock);
+  if (!chainIsOpen && open.Find(childHeaderOffset) == nullptr) return false;
   for (const SharedStream* around = folder.Shared(); around != nullptr; around = around->Parent()) {
     if (around->HeaderOffset() == childHeaderOffset) return true;
-    if (childHeader.firstBlock != 0 && around->onDisk.firstBlock == childHeader.firstBlock)
+    if (childHeader.firstBlock != 0 && around->OnDisk().firstBlock == childHeader.firstBlock)
       return true;
   }
   return false;
@@ -83,7 +87,7 @@ std::unique_ptr<StreamCore> ChildStreams::CreateUnseen(const char* name, std::ui
   }
   // A count that cannot be written is not reported: the child is there, and its next creation tries
   // again.
-  static_cast<void>(records.WriteCount());
+  counted = records.WriteCount();
   return child;
 }
 
@@ -111,7 +115,7 @@ ChildStreams::Walk ChildStreams::OpenNext(std::uint32_t& slotIndex, bool bounded
 }
 
 void ChildStreams::ListNames(StreamCore& folder, std::vector<std::string>& names) {
-  ChildScan scan(folder.Storage().file, ChainCursor::AtStart(folder.Shared()->onDisk.firstBlock));
+  ChildScan scan(folder.Storage().file, ChainCursor::AtStart(folder.Shared()->OnDisk().firstBlock));
   std::uint32_t count = 0;
   if (scan.ReadCount(count) != ChildScan::Result::kRecord) {
     folder.SetChildCount(0);

@@ -35,6 +35,10 @@ class ChildStreams {
                                            std::uint32_t flags,
                                            Sharing sharing = Sharing::kLasting);
 
+  // Whether the folder counts the child that was created last. Until it does, a walk from the
+  // start may not reach the child, and the next creation may take its place.
+  bool IsCounted() const { return counted; }
+
   enum class Walk {
     kOpened,
     kEnd,        // no further child
@@ -58,6 +62,7 @@ class ChildStreams {
                                          Sharing sharing);
   StreamCore& folder;
   ChildRecords records;
+  bool counted = true;
 };
 
 // Ends a stream that was opened with a record in its registry.

@@ -13,10 +13,14 @@ void TreeCopy::Copy(StreamCore& from, StreamCore* to) {
     return;
   }
   if (!Witnessed(from.Header(), nullptr, 0)) return;
+  // Also when memory runs out: the levels must not outlive `from`.
+  struct Leaving {
+    ~Leaving() { copy.LeaveAll(); }
+    TreeCopy& copy;
+  } const leaving{*this};
   Enter(&from, nullptr, to, nullptr);
   while (!levels.empty() && Step()) {
   }
-  LeaveAll();
 }
 
 void TreeCopy::CopyPlain(StreamCore& from, StreamCore* to) {
@@ -137,7 +141,16 @@ void TreeCopy::CopyChild(std::unique_ptr<StreamCore> child) {
 // the folders that are known to be around it; this meets those that were opened by their place.
 bool TreeCopy::IsAroundDestination(const StreamCore& child) const {
   const StreamCore* destination = levels.back().to;
-  return destination != nullptr && (destination->IsOn(child) || destination->IsInside(child));
+  if (destination == nullptr ||
+      !(source.file.Identity() == destination->Storage().file.Identity())) {
+    return false;
+  }
+  // What was opened just now, and nobody else has open, is around nothing.
+  if (&source == &destination->Storage() && child.Shared()->objects.size() == 1 &&
+      !child.Shared()->HasOpenChildren()) {
+    return false;
+  }
+  return destination->IsOn(child) || destination->IsInside(child);
 }
 
 CountedStream TreeCopy::Counterpart(StreamCore& folder, const tag_aoStream& child) {
@@ -145,13 +158,17 @@ CountedStream TreeCopy::Counterpart(StreamCore& folder, const tag_aoStream& chil
   const bool isFolder = IsFolderKind(child);
   const std::uint32_t kind = PackKind(isFolder);
   ChildStreams children(folder);
-  if (goal == Goal::kFresh)
-    return CountedStream(children.CreateUnseen(child.name, kind, kWriteFlags).release());
-  CountedStream there(children.OpenOrCreate(child.name, kind, kWriteFlags).release());
-  if (there == nullptr || there->IsFolder() == isFolder) return there;
-  if (!RemoveWhole(*there)) return nullptr;
-  there.reset();
-  return CountedStream(children.Create(child.name, kind, kWriteFlags).release());
+  CountedStream counterpart;
+  if (goal == Goal::kFresh) {
+    counterpart.reset(children.CreateUnseen(child.name, kind, kWriteFlags).release());
+  } else {
+    counterpart.reset(children.OpenOrCreate(child.name, kind, kWriteFlags).release());
+    if (counterpart != nullptr && counterpart->IsFolder() != isFolder) {
+      if (!RemoveWhole(*counterpart)) return nullptr;
+      counterpart.reset(children.Create(child.name, kind, kWriteFlags).release());
+    }
+  }
+  return children.IsCounted() ? std::move(counterpart) : nullptr;
 }
 
 void TreeCopy::LeaveLevel() {

@@ -37,7 +37,6 @@ class TreeCopy {
       : source(ofSource), goal(copyGoal), witness(follower) {}
   TreeCopy(const TreeCopy&) = delete;
   TreeCopy& operator=(const TreeCopy&) = delete;
-  ~TreeCopy() { LeaveAll(); }
 
   // The content of `from`, whose cursor stands at the start, into `to`.
   void Copy(StreamCore& from, StreamCore* to);

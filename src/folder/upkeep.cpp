@@ -24,7 +24,7 @@ bool LeaveMap(StreamCore& stream) {
   };
   const bool wasThere = remove(stream.Header().name);
   const char* onDisk =
-      stream.Shared() != nullptr ? stream.Shared()->onDisk.name : stream.Header().name;
+      stream.Shared() != nullptr ? stream.Shared()->OnDisk().name : stream.Header().name;
   return (std::strcmp(onDisk, stream.Header().name) != 0 && remove(onDisk)) || wasThere;
 }
 

@@ -4,6 +4,7 @@
 #ifndef AOSTORAGE_PLATFORM_POSIX_CALLS_H_
 #define AOSTORAGE_PLATFORM_POSIX_CALLS_H_
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
@@ -46,6 +47,17 @@ inline int ChangeMode(int descriptor, mode_t mode) { return ::fchmod(descriptor,
 inline int ChangeOwner(int descriptor, uid_t user, gid_t group) {
   return ::fchown(descriptor, user, group);
 }
+
+// A scan takes over the descriptor of an open directory.
+inline DIR* StartScan(int directory) { return ::fdopendir(directory); }
+inline dirent* NextEntry(DIR* scan) { return ::readdir(scan); }
+inline int EndScan(DIR* scan) { return ::closedir(scan); }
+inline int StatusInside(int directory, const char* name, struct stat* status) {
+  return ::fstatat(directory, name, status, AT_SYMLINK_NOFOLLOW);
+}
+inline int UnlinkInside(int directory, const char* name) { return ::unlinkat(directory, name, 0); }
+inline int RemoveDirectory(const char* path) { return ::rmdir(path); }
+
 inline int RealTime(timespec* now) { return ::clock_gettime(CLOCK_REALTIME, now); }
 
 }  // namespace aostorage::detail::posix

@@ -13,17 +13,39 @@ bool LiesInside(const SharedStream& stream, const SharedStream& folder) {
   return false;
 }
 
+std::uint64_t HashOfOffset(std::uint32_t offset) {
+  constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15;
+  return (offset * kOdd) >> 32;
+}
+
+// The index takes no 0xFFFFFFFF; no block lies behind what can be reached.
+std::uint32_t ChainValue(std::uint32_t firstBlock) {
+  return static_cast<std::uint32_t>(firstBlock & (kReachableEnd - 1));
+}
+
 }  // namespace
 
 SharedStream::SharedStream(SharedStreams& openStreams, std::uint32_t offset,
                            const tag_aoStream& header, std::shared_ptr<SharedStream> folder)
     : onDisk(header), table(openStreams), headerOffset(offset), parent(std::move(folder)) {
+  table.EnterChain(*this);
   if (parent != nullptr) ++parent->openChildren;
+}
+
+void SharedStream::SetOnDisk(const tag_aoStream& header) noexcept {
+  if (header.firstBlock == onDisk.firstBlock) {
+    onDisk = header;
+    return;
+  }
+  table.DropChain(*this);
+  onDisk = header;
+  table.EnterChain(*this);
 }
 
 // Parents that only their children hold are let go one by one: the chain may be deeper than the
 // stack.
 SharedStream::~SharedStream() {
+  table.DropChain(*this);
   table.Leave(*this);
   bool counted = !removed;
   for (std::shared_ptr<SharedStream> up = std::move(parent); up != nullptr;) {
@@ -50,9 +72,10 @@ std::shared_ptr<SharedStream> SharedStreams::FindOrMake(
     std::uint32_t headerOffset, const tag_aoStream& header,
     const std::shared_ptr<SharedStream>& folder) {
   if (std::shared_ptr<SharedStream> present = Find(headerOffset)) {
-    present->onDisk = header;  // just read: what it says is newer than what was remembered
+    present->SetOnDisk(header);  // just read: what it says is newer than what was remembered
     return present;
   }
+  chains.MakeRoom();
   auto made = std::make_shared<SharedStream>(*this, headerOffset, header, folder);
   byHeaderOffset[headerOffset] = made;
   return made;
@@ -63,6 +86,27 @@ void SharedStreams::Leave(const SharedStream& stream) {
   if (found == byHeaderOffset.end()) return;
   const std::shared_ptr<SharedStream> present = found->second.lock();
   if (present == nullptr || present.get() == &stream) byHeaderOffset.erase(found);
+}
+
+// Streams without a chain must not all meet in one place of the index.
+std::uint64_t SharedStreams::ChainHash(const SharedStream& stream) {
+  const std::uint32_t firstBlock = stream.OnDisk().firstBlock;
+  return HashOfOffset(firstBlock != 0 ? firstBlock : stream.HeaderOffset());
+}
+
+void SharedStreams::EnterChain(const SharedStream& stream) {
+  chains.Insert(ChainHash(stream), ChainValue(stream.OnDisk().firstBlock));
+}
+
+void SharedStreams::DropChain(const SharedStream& stream) {
+  chains.Erase(ChainHash(stream), ChainValue(stream.OnDisk().firstBlock));
+}
+
+bool SharedStreams::HasOpenChain(std::uint32_t firstBlock) const {
+  return chains
+      .Find(HashOfOffset(firstBlock),
+            [&](std::uint32_t open) { return open == ChainValue(firstBlock); })
+      .has_value();
 }
 
 void SharedStreams::Displace(std::uint32_t headerOffset) {

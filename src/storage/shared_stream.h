@@ -10,6 +10,7 @@
 #include <aostorage/types.h>
 
 #include "storage/folder_index.h"
+#include "storage/hash_index.h"
 
 namespace aostorage::detail {
 
@@ -37,12 +38,15 @@ class SharedStream {
   bool HasOpenChildren() const { return openChildren > 0; }
   bool IsRemoved() const { return removed; }
 
-  tag_aoStream onDisk;
+  const tag_aoStream& OnDisk() const { return onDisk; }
+  void SetOnDisk(const tag_aoStream& header) noexcept;
+
   std::vector<StreamCore*> objects;    // those open on it
   std::unique_ptr<FolderIndex> index;  // of a folder, once a scan has begun
   std::uint64_t indexEpoch = 0;        // see StorageCore::IndexEpoch
 
  private:
+  tag_aoStream onDisk;
   SharedStreams& table;
   std::uint32_t headerOffset;
   std::shared_ptr<SharedStream> parent;
@@ -57,6 +61,8 @@ class SharedStreams {
   std::shared_ptr<SharedStream> FindOrMake(std::uint32_t headerOffset, const tag_aoStream& header,
                                            const std::shared_ptr<SharedStream>& folder);
   void Leave(const SharedStream& stream);
+  // Whether a stream with this chain is open.
+  bool HasOpenChain(std::uint32_t firstBlock) const;
   // A new stream takes this place: what is still open on it is another stream, and gone.
   void Displace(std::uint32_t headerOffset);
   // Marks a stream that was removed, and every stream still open inside it: their records may be
@@ -64,7 +70,14 @@ class SharedStreams {
   void MarkRemoved(SharedStream& stream);
 
  private:
+  friend class SharedStream;
+  static std::uint64_t ChainHash(const SharedStream& stream);
+  void EnterChain(const SharedStream& stream);
+  void DropChain(const SharedStream& stream);
+
   std::unordered_map<std::uint32_t, std::weak_ptr<SharedStream>> byHeaderOffset;
+  // The first block of each stream, 0 included, so that a change of one takes no memory.
+  HashIndex chains;
 };
 
 }  // namespace aostorage::detail

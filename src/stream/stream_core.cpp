@@ -48,7 +48,7 @@ void StreamCore::Join(Sharing sharing) {
   SharedStreams& open = storage->sharedStreams;
   if (sharing == Sharing::kMomentary) {
     shared = open.Find(place.Offset());
-    if (shared != nullptr) shared->onDisk = header;
+    if (shared != nullptr) shared->SetOnDisk(header);
   } else {
     shared = open.FindOrMake(place.Offset(), header, parent);
   }
@@ -64,8 +64,8 @@ void StreamCore::LeaveShared() {
 
 void StreamCore::Adopt() {
   if (shared == nullptr) return;
-  if (shared->onDisk.firstBlock != 0 && header.firstBlock == 0) {
-    header.firstBlock = shared->onDisk.firstBlock;
+  if (shared->OnDisk().firstBlock != 0 && header.firstBlock == 0) {
+    header.firstBlock = shared->OnDisk().firstBlock;
     if (cursor.block == 0) cursor = ChainCursor::AtStart(header.firstBlock);
   }
   if (fresher) {
@@ -89,7 +89,7 @@ bool StreamCore::MayChange() const {
 // Name, kind and chain are the stream's, not this object's: another object may have changed them
 // since.
 tag_aoStream StreamCore::HeaderToWrite() const {
-  return shared != nullptr ? shared->onDisk : header;
+  return shared != nullptr ? shared->OnDisk() : header;
 }
 
 bool StreamCore::WriteWholeHeader(std::uint32_t newLength) {
@@ -99,7 +99,7 @@ bool StreamCore::WriteWholeHeader(std::uint32_t newLength) {
   record.length = newLength;
   const StreamHeader::Bytes bytes = StreamHeader::Encode(record);
   if (!storage->WriteHeader(place, 0, bytes.data(), bytes.size())) return false;
-  if (shared != nullptr) shared->onDisk = record;
+  if (shared != nullptr) shared->SetOnDisk(record);
   return true;
 }
 
@@ -127,7 +127,7 @@ bool StreamCore::WriteName(std::string_view newName) {
   SetName(header, newName);
   const StreamHeader::Bytes bytes = StreamHeader::Encode(record);
   if (!storage->WriteHeader(place, 0, bytes.data(), bytes.size())) return false;
-  if (shared != nullptr) shared->onDisk = record;
+  if (shared != nullptr) shared->SetOnDisk(record);
   return true;
 }
 

@@ -218,7 +218,7 @@ bool StreamCore::RewriteBlockHeader(const BlockHeader& changed) {
 // write alone.
 bool StreamCore::CommitLength(const Pending& pending) {
   if (!pending.final && pending.donePosition <= header.length) return true;
-  const tag_aoStream& known = shared != nullptr ? shared->onDisk : header;
+  const tag_aoStream& known = shared != nullptr ? shared->OnDisk() : header;
   const std::uint32_t newLength =
       pending.final ? pending.donePosition : std::max(pending.donePosition, known.length);
   if (newLength != known.length || pending.lastDone != known.lastBlock) {
@@ -233,7 +233,7 @@ bool StreamCore::CommitLength(const Pending& pending) {
 }
 
 bool StreamCore::Lengthen(std::uint32_t position) {
-  const tag_aoStream& known = shared != nullptr ? shared->onDisk : header;
+  const tag_aoStream& known = shared != nullptr ? shared->OnDisk() : header;
   if (position <= known.length) return true;
   Pending pending{nullptr, 0, false, nullptr, known.lastBlock, position, std::nullopt};
   return CommitLength(pending);
@@ -243,8 +243,10 @@ void StreamCore::NoteLength(std::uint32_t newLength, std::uint32_t lastBlock) {
   header.length = newLength;
   header.lastBlock = lastBlock;
   if (shared == nullptr) return;
-  shared->onDisk.length = newLength;
-  shared->onDisk.lastBlock = lastBlock;
+  tag_aoStream known = shared->OnDisk();
+  known.length = newLength;
+  known.lastBlock = lastBlock;
+  shared->SetOnDisk(known);
 }
 
 std::uint32_t StreamCore::ReserveOf(std::uint32_t dataBytes) const {
@@ -325,7 +327,11 @@ bool StreamCore::WriteFirstBlock(Pending& pending) {
   if (!offset || !EnterFirstBlock(*offset, count)) return false;
   storage->tailOffset = *offset;
   header.firstBlock = *offset;
-  if (shared != nullptr) shared->onDisk.firstBlock = *offset;
+  if (shared != nullptr) {
+    tag_aoStream known = shared->OnDisk();
+    known.firstBlock = *offset;
+    shared->SetOnDisk(known);
+  }
   cursor = ChainCursor::AtStart(*offset);
   cursor.header = block;
   cursor.loaded = true;

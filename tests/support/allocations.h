@@ -7,7 +7,8 @@
 
 namespace aostorage::testing {
 
-/// While it lives, the k-th allocation by `new` on this thread, counted from 1, throws bad_alloc.
+/// While it lives, the k-th allocation on this thread, counted from 1, fails: by `new`, by calloc
+/// or by realloc.
 class FailAllocation {
  public:
   explicit FailAllocation(std::size_t k);

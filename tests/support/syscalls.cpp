@@ -231,6 +231,10 @@ int unlink(const char* path) noexcept {
   return static_cast<int>(aostorage::testing::Plain(
       Call::kUnlink, [&] { return syscall(SYS_unlinkat, AT_FDCWD, path, 0); }));
 }
+int unlinkat(int directory, const char* path, int flags) noexcept {
+  return static_cast<int>(aostorage::testing::Plain(
+      Call::kUnlink, [&] { return syscall(SYS_unlinkat, directory, path, flags); }));
+}
 ssize_t copy_file_range(int from, off64_t* fromOffset, int to, off64_t* toOffset, std::size_t count,
                         unsigned flags) {
   return aostorage::testing::Plain(Call::kCopy, [&] {

@@ -1,0 +1,179 @@
+// The rebuild with each call failing, each allocation failing, and the process ending at each call.
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "maintenance/rebuild_fixture.h"
+#include "support/allocations.h"
+
+namespace aostorage::testing {
+namespace {
+
+constexpr unsigned kChanges = Only(Call::kWrite) | Only(Call::kSync) | Only(Call::kRename) |
+                              Only(Call::kUnlink) | Only(Call::kCopy) | Only(Call::kTruncate);
+
+class RebuildFaults : public Rebuild {
+ protected:
+  // How the new file takes its place.
+  enum class Way { kRename, kCopy };
+
+  // A file with something to lose and something to gain.
+  void SetUp() override {
+    const Storage storage = Create();
+    Plant(*storage, {"a=1", "gone=2", "f/", "f/x=22", "f/g/", "f/g/y=3", "-gone"});
+    const Stream big(storage->CreateStream("big", kWriteFlags));
+    big->Write(Pattern(kBigSize).data(), kBigSize);
+    before = File();
+    tree = TreeOf(Image());
+  }
+  void Arrange(Way way) {
+    WriteFile(path, before);
+    for (const std::string& name : {path + "_tmp", second}) ::unlink(name.c_str());
+    if (way == Way::kCopy) {
+      ASSERT_EQ(::link(path.c_str(), second.c_str()), 0);
+    }
+  }
+  // What a successful rebuild makes of the file.
+  Bytes Rebuilt(Way way) {
+    Arrange(way);
+    EXPECT_EQ(aoStorage::Recreate(path.c_str()), 1);
+    EXPECT_FALSE(Exists(path + "_tmp"));
+    return File();
+  }
+  // Which of the two stands whole where it must. `broken` tells that copying over was on its way:
+  // then the temporary file counts as well.
+  std::string WhatStands(const Bytes& after, bool broken) const {
+    const Bytes now = File();
+    if (now == before) return "old";
+    if (now == after) return "new";
+    return broken && ReadFile(path + "_tmp") == after ? "temporary" : "nothing";
+  }
+
+  static constexpr std::uint32_t kBigSize = 100000;
+  const std::string second = dir.File("second");
+  Bytes before;
+  TreeText tree;
+};
+
+TEST_F(RebuildFaults, EachCallFailsOnceOrForEver) {
+  for (const Way way : {Way::kRename, Way::kCopy}) {
+    const Bytes after = Rebuilt(way);
+    for (const std::size_t more : {std::size_t{0}, SIZE_MAX}) {
+      bool fired = true;
+      for (std::size_t k = 1; fired; ++k) {
+        SCOPED_TRACE("call " + std::to_string(k) + (more != 0 ? " and all behind it" : "") +
+                     (way == Way::kCopy ? ", copied" : ""));
+        Arrange(way);
+        opened = Open();
+        aoStorage* const old = opened.release();
+        {
+          Watch watch;
+          watch.FailAt(k, kAnyCall, k % 2 == 0 ? EIO : ENOSPC, more);
+          opened.reset(aoStorage::Recreate(old, path.c_str()));
+          fired = watch.FaultFired();
+        }
+        const std::string stands = WhatStands(after, opened == nullptr);
+        if (opened.get() == old) {
+          ASSERT_EQ(stands, "old");
+          ASSERT_TRUE(Got(opened->OpenStream("a", kReadFlags)));
+          // The temporary file goes, unless its own removal is what fails.
+          ASSERT_TRUE(more != 0 || !Exists(path + "_tmp"));
+        } else if (opened != nullptr) {
+          ASSERT_EQ(stands, "new");
+        } else if (stands != "new") {  // not only its opening failed: copying over broke off
+          ASSERT_EQ(way, Way::kCopy);
+          ASSERT_EQ(ReadFile(path + "_tmp"), after);
+        }
+        ASSERT_TRUE(fired || stands == "new");
+        opened.reset();
+        ASSERT_LT(k, 2000U);
+      }
+    }
+  }
+}
+
+TEST_F(RebuildFaults, EachAllocationFailsOnce) {
+  const Bytes after = Rebuilt(Way::kRename);
+  bool fired = true;
+  for (std::size_t k = 1; fired; ++k) {
+    SCOPED_TRACE(k);
+    Arrange(Way::kRename);
+    int result = 0;
+    {
+      const FailAllocation fault(k);
+      result = aoStorage::Recreate(path.c_str());
+      fired = fault.Fired();
+    }
+    ASSERT_EQ(WhatStands(after, false), result == 1 ? "new" : "old");
+    ASSERT_FALSE(Exists(path + "_tmp"));
+  }
+}
+
+TEST_F(RebuildFaults, TheProcessEndsBehindEachCall) {
+  for (const Way way : {Way::kRename, Way::kCopy}) {
+    const Bytes after = Rebuilt(way);
+    bool ended = true;
+    std::string last = "old";
+    for (std::size_t k = 1; ended; ++k) {
+      SCOPED_TRACE("behind call " + std::to_string(k) + (way == Way::kCopy ? ", copied" : ""));
+      Arrange(way);
+      const pid_t child = ::fork();
+      ASSERT_GE(child, 0);
+      if (child == 0) {
+        std::size_t done = 0;
+        Watch watch;
+        // At the call behind the k-th that changes something: the k-th has been made.
+        watch.BeforeEach([&](Call call, std::size_t) {
+          if (done == k) ::_exit(1);
+          if ((kChanges & Only(call)) != 0) ++done;
+        });
+        ::_exit(aoStorage::Recreate(path.c_str()) == 1 ? 0 : 2);
+      }
+      int status = 0;
+      ASSERT_EQ(::waitpid(child, &status, 0), child);
+      ASSERT_TRUE(WIFEXITED(status));
+      ASSERT_NE(WEXITSTATUS(status), 2);
+      ended = WEXITSTATUS(status) == 1;
+      const std::string stands = WhatStands(after, true);
+      ASSERT_TRUE(stands == "old" || stands == "new" ||
+                  (way == Way::kCopy && stands == "temporary"))
+          << stands;
+      ASSERT_FALSE(last == "new" && stands != "new");
+      last = stands;
+      // Whatever was left, the next rebuild of what can be opened goes through.
+      if (stands != "temporary") {
+        ASSERT_EQ(aoStorage::Recreate(path.c_str()), 1);
+        ASSERT_EQ(TreeOf(Image()).size(), tree.size());
+        ASSERT_FALSE(Exists(path + "_tmp"));
+      }
+      ASSERT_LT(k, 500U);
+    }
+    EXPECT_EQ(last, "new");
+  }
+}
+
+// In a process of its own: the limit is the process's.
+TEST_F(RebuildFaults, AFullDiskLeavesTheOldFileAndNoOther) {
+  for (const rlim_t size : {rlim_t{100}, rlim_t{kEmptyFileSize}, rlim_t{kBigSize}}) {
+    SCOPED_TRACE(size);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      std::signal(SIGXFSZ, SIG_IGN);
+      const rlimit limit{size, size};
+      ::setrlimit(RLIMIT_FSIZE, &limit);
+      ::_exit(aoStorage::Recreate(path.c_str()) == 0 && LastError() == Error::kDiskFull ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(File(), before);
+    EXPECT_EQ(NamesInDirectory(), std::vector<std::string>{"storage"});
+  }
+}
+
+}  // namespace
+}  // namespace aostorage::testing
