@@ -131,6 +131,30 @@ TEST_F(Tool, MoveNeverOverwritesAndKeepsTheContent) {
   EXPECT_EQ(CheckFile(store), "");
 }
 
+TEST_F(Tool, SlashesInNamesStandBehindSlashesBetweenThem) {
+  {
+    Storage storage(aoStorage::Open(store.c_str(), kWriteFlags, 0));
+    Stream(storage->CreateStream("a/b", kWriteFlags))->Write("one", 3);
+    Stream(storage->CreateStream("x/y", PackKind(true), kWriteFlags));
+  }
+  ASSERT_EQ(Code({"mkdir", store, "a"}) + Code({"mkdir", store, "-p", "x/y/m/n"}), 0);
+  ASSERT_EQ(Code({"put", store, "x/y/m/n/s"}, "two") + Code({"put", store, "p"}, "three"), 0);
+  EXPECT_EQ(Cat("a/b") + Cat("/x/y/m/n/s/"), "onetwo");
+  EXPECT_EQ(Run({"tree", store}).out, "a/\na/b  3\np  5\nx/y/\n  m/\n    n/\n      s  3\n");
+  ASSERT_EQ(Code({"mv", store, "p", "a/"}) + Code({"mv", store, "a/p", "b"}), 0);
+  EXPECT_EQ(Cat("a/b"), "three");
+  ASSERT_EQ(Code({"rm", store, "a/b"}), 0);
+  EXPECT_EQ(Cat("a/b"), "one");
+  ASSERT_EQ(Code({"rm", store, "a/b"}) + Code({"rm", store, "x/y/m"}), 0);
+  EXPECT_EQ(Run({"tree", store}).out, "a/\nx/y/\n");
+  for (const std::string wrong : {"a//b", "n//m"}) {
+    EXPECT_EQ(Code({"put", store, wrong}), 1) << wrong;
+    EXPECT_EQ(Code({"mkdir", store, "-p", wrong}), 2) << wrong;
+    EXPECT_EQ(Code({"rm", store, wrong}), 1) << wrong;
+  }
+  EXPECT_EQ(Run({"tree", store}).out, "a/\nx/y/\n") << "nothing of it was made";
+}
+
 TEST_F(Tool, EntriesKeepTheirValuesAtTheRootAndInFolders) {
   ASSERT_EQ(Code({"mkdir", store, "f"}), 0);
   const std::vector<std::vector<std::string>> values = {

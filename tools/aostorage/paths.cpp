@@ -12,6 +12,16 @@ namespace {
 
 Result NotFound(const std::string& what) { return {kNotFound, what}; }
 
+// Opens what the path names where each slash stands between two names.
+bool LocateOrdinary(std::string_view path, std::uint32_t flags, Target& target) {
+  const std::size_t slash = path.rfind('/');
+  const bool isAtRoot = slash == std::string_view::npos;
+  if (!isAtRoot && !target.parents.Walk(std::string(path.substr(0, slash)), flags)) return false;
+  target.name = path.substr(isAtRoot ? 0 : slash + 1);
+  target.stream = target.parents.Bottom().Open(target.name, flags);
+  return target.stream != nullptr;
+}
+
 // Opens what the longest usable run of components of `rest` names in `place`. `used` receives the
 // length of the run; the stream is null when there is none.
 Result OpenLongestRun(Place place, std::string_view rest, std::uint32_t flags, std::size_t& used,
@@ -32,6 +42,7 @@ Result OpenLongestRun(Place place, std::string_view rest, std::uint32_t flags, s
   return {kFailure, "'" + Shown(plainInTheWay) + "' on the way is no folder"};
 }
 
+// Opens what the path names where slashes may belong to names.
 Result Descend(std::string_view rest, std::uint32_t flags, Target& target) {
   for (;;) {
     std::size_t used = 0;
@@ -60,6 +71,7 @@ std::string_view Trimmed(std::string_view path) {
 
 // Goes down into a folder that is there.
 Result EnterExisting(std::string_view path, Target& target) {
+  if (target.parents.Walk(std::string(path), aostorage::kWriteFlags)) return {};
   Result result = Descend(path, aostorage::kWriteFlags, target);
   const std::string folder = "'" + Shown(path) + "'";
   if (result.code == kNotFound) return NotFound("there is no folder " + folder);
@@ -69,46 +81,26 @@ Result EnterExisting(std::string_view path, Target& target) {
   return {};
 }
 
+// Makes all folders of a path of which nothing is there.
+Result MakeFolders(Place place, std::string_view path) {
+  for (const std::string& name : SplitPath(path)) {
+    if (Result result = CheckName(name); !result.Ok()) return result;
+  }
+  const std::string way(path);
+  aostorage::CPathLoader maker;
+  aostorage::ClearLastError();
+  return (place.folder != nullptr ? maker.GetSubStreamByPath(place.folder, way, 1, 1)
+                                  : maker.GetStreamByPath(place.storage, way, 1, 1)) != nullptr
+             ? Result{}
+             : FromLibrary();
+}
+
 void Clear(Target& target) {
   target.stream.reset();
-  while (!target.parents.Names().empty()) target.parents.Pop();
+  target.parents.Reset();
 }
 
 }  // namespace
-
-StreamPtr Place::Open(const std::string& name, std::uint32_t flags) const {
-  return StreamPtr(folder != nullptr ? folder->OpenStream(name.c_str(), flags)
-                                     : storage->OpenStream(name.c_str(), flags));
-}
-
-StreamPtr Place::Create(const std::string& name, std::uint32_t packedKind) const {
-  return StreamPtr(folder != nullptr
-                       ? folder->CreateStream(name.c_str(), packedKind, aostorage::kWriteFlags)
-                       : storage->CreateStream(name.c_str(), packedKind, aostorage::kWriteFlags));
-}
-
-bool NameIsMissing() {
-  const aostorage::Error error = aostorage::LastError();
-  return error == aostorage::Error::kNone || error == aostorage::Error::kNotFound;
-}
-
-Trail::~Trail() {
-  while (!folders.empty()) Pop();
-}
-
-Place Trail::Bottom() const {
-  return folders.empty() ? start : Place{start.storage, folders.back().get()};
-}
-
-void Trail::Push(const std::string& name, StreamPtr folder) {
-  names.push_back(name);
-  folders.push_back(std::move(folder));
-}
-
-void Trail::Pop() {
-  folders.pop_back();
-  names.pop_back();
-}
 
 std::string PathOf(const Target& target) {
   std::string path;
@@ -129,11 +121,13 @@ bool IsRoot(const std::string& path) { return Trimmed(path).empty(); }
 
 Result Locate(const std::string& path, std::uint32_t flags, Target& target) {
   if (path.empty()) return {kFailure, "the path is empty"};
+  const std::string_view trimmed = Trimmed(path);
+  if (LocateOrdinary(trimmed, flags, target)) return {};
+  Clear(target);
   // First as it stands: a root stream's name may begin or end with a slash.
   Result result = Descend(path, flags, target);
   if (result.code != kNotFound) return result;
   Clear(target);
-  const std::string_view trimmed = Trimmed(path);
   return trimmed.size() == path.size() ? result : Descend(trimmed, flags, target);
 }
 
@@ -166,6 +160,12 @@ Result LocateGoal(const std::string& path, const std::string& name, Target& targ
   return target.stream || NameIsMissing() ? Result{} : FromLibrary();
 }
 
+bool RemoveAt(const std::string& path, aostorage::aoStorage& storage) {
+  const std::string trimmed(Trimmed(path));
+  return !trimmed.empty() && trimmed.back() != '/' &&
+         aostorage::CPathLoader().DeleteStreamByPath(&storage, trimmed) == 1;
+}
+
 Result LocatePlain(const std::string& path, Target& target) {
   Result result = Locate(path, aostorage::kReadFlags, target);
   if (result.Ok() && target.stream->IsFolder() == 1) return {kFailure, "is a folder"};
@@ -189,18 +189,20 @@ Result EnterFolder(Trail& trail, const std::string& name) {
 
 Result EnterPath(const std::string& path, Trail& trail) {
   std::string_view rest = Trimmed(path);
+  if (trail.Walk(std::string(rest), aostorage::kWriteFlags)) return {};
+  bool made = false;
   while (!rest.empty()) {
     std::size_t used = 0;
     StreamPtr folder;
     Result result = OpenLongestRun(trail.Bottom(), rest, aostorage::kWriteFlags, used, folder);
-    if (result.Ok()) {
-      if (folder->IsFolder() != 1) return {kFailure, "is no folder"};
-      trail.Push(std::string(rest.substr(0, used)), std::move(folder));
-    } else if (result.code == kNotFound) {
-      used = std::min(rest.find('/'), rest.size());
-      result = EnterFolder(trail, std::string(rest.substr(0, used)));
+    if (result.code == kNotFound && !made) {
+      if (result = MakeFolders(trail.Bottom(), rest); !result.Ok()) return result;
+      made = true;
+      continue;
     }
     if (!result.Ok()) return result;
+    if (folder->IsFolder() != 1) return {kFailure, "is no folder"};
+    trail.Push(std::string(rest.substr(0, used)), std::move(folder));
     rest.remove_prefix(std::min(used + 1, rest.size()));
   }
   return {};

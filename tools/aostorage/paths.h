@@ -1,52 +1,19 @@
 // From slash-separated paths to streams.
 //
-// A path names a stream from the root down. Names may hold slashes themselves, so at each level the
-// longest run of components that is a name there is taken: a root stream called "a/b" is found as
-// "a/b" even when there is a folder "a". One leading and one trailing slash add nothing.
+// A path names a stream from the root down. One leading and one trailing slash add nothing. Names
+// may hold slashes themselves. Where the names between the slashes lead nowhere, the longest run of
+// them that is a name is taken at each level: a root stream called "a/b" is found as "a/b" even
+// when there is a folder "a", unless that holds a "b".
 #ifndef AOSTORAGE_TOOLS_PATHS_H_
 #define AOSTORAGE_TOOLS_PATHS_H_
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "store.h"
+#include "trail.h"
 
 namespace aotool {
-
-// Where streams are named: a folder, or the root of the store. Borrows both.
-struct Place {
-  aostorage::aoStorage* storage = nullptr;
-  aostorage::aoStream* folder = nullptr;  // null: the root
-
-  // Null when there is none or it cannot be opened; the library's last error tells which.
-  StreamPtr Open(const std::string& name, std::uint32_t flags) const;
-  StreamPtr Create(const std::string& name, std::uint32_t packedKind) const;
-};
-
-// True when the last Open failed because there is no such name. Clear the last error before that
-// Open.
-bool NameIsMissing();
-
-// The open folders on the way from a place down to another. Ends them from the bottom up, as they
-// need it.
-class Trail {
- public:
-  explicit Trail(Place top) : start(top) {}
-  Trail(const Trail&) = delete;
-  Trail& operator=(const Trail&) = delete;
-  ~Trail();
-
-  Place Bottom() const;
-  void Push(const std::string& name, StreamPtr folder);
-  void Pop();
-  const std::vector<std::string>& Names() const { return names; }
-
- private:
-  Place start;
-  std::vector<std::string> names;
-  std::vector<StreamPtr> folders;
-};
 
 // What a path leads to. The order of the members is that of the owners.
 struct Target {
@@ -76,6 +43,9 @@ Result LocateForCreation(const std::string& path, Target& target);
 // Where a copy of a stream called `name` goes: as LocateForCreation, but an empty path and one that
 // ends in a slash name the folder that takes it under this name.
 Result LocateGoal(const std::string& path, const std::string& name, Target& target);
+
+// Removes what an ordinary path names. False when that failed, or slashes belong to names.
+bool RemoveAt(const std::string& path, aostorage::aoStorage& storage);
 
 // Locate for a plain stream, for reading.
 Result LocatePlain(const std::string& path, Target& target);

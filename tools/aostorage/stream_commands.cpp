@@ -81,12 +81,11 @@ void Get(const CopyOptions& options, Report& report) {
 void Rm(const CommonOptions& options, Report& report) {
   const StoragePtr storage = OpenForWriting(options.store, 0, report);
   if (!storage) return;
-  Target target(*storage);
+  report.Working("removing");
+  if (RemoveAt(options.path, *storage)) return;
+  Target target(*storage);  // a slash is part of a name, or this tells what is wrong
   Result result = Locate(options.path, aostorage::kWriteFlags, target);
-  if (result.Ok()) {
-    if (target.stream->IsFolder() == 1) report.Working("removing");
-    result = Remove(target.stream);
-  }
+  if (result.Ok()) result = Remove(target.stream);
   if (!result.Ok()) report.Fail(options.path, result);
 }
 
