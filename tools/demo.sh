@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Shows the tool at work on real input: a directory tree goes into a new store and out again, and must
-# come back as it went in.
+# come back as it went in. Then a part of it is copied to another store, and a part removed and the
+# store compacted.
 #
 #   demo.sh TOOL [DIR]
 #
@@ -48,6 +49,17 @@ copy_tree() {
     xargs -0 --no-run-if-empty cp --parents --no-preserve=all -t "$to" --
 }
 
+bytes_in() { find "$1" -type f -printf '%s\n' | awk '{ sum += $1 } END { printf "%d", sum }'; }
+
+# compare IN OUT: what went into a store and what came out of it, which goes.
+compare() {
+  if ! diff -r --no-dereference -- "$1" "$2"; then
+    echo "demo.sh: what came out differs from what went in" >&2
+    exit 1
+  fi
+  rm -rf -- "$2"
+}
+
 # timed LABEL BYTES COMMAND...: runs it and prints seconds and MB/s.
 timed() {
   local label=$1 bytes=$2 start end
@@ -78,7 +90,7 @@ say "copying $tree, without links"
 (copy_tree "$tree" "$work/in")
 files=$(find "$work/in" -type f | wc -l)
 folders=$(find "$work/in" -mindepth 1 -type d | wc -l)
-bytes=$(find "$work/in" -type f -printf '%s\n' | awk '{ sum += $1 } END { printf "%d", sum }')
+bytes=$(bytes_in "$work/in")
 say "$files files and $folders folders, $bytes bytes"
 
 say "importing into a new store"
@@ -101,8 +113,34 @@ say "exporting"
 timed export "$bytes" "$tool" export "$store" "$work/out"
 
 say "comparing"
-if ! diff -r --no-dereference -- "$work/in" "$work/out"; then
-  echo "demo.sh: what came out differs from what went in" >&2
+compare "$work/in" "$work/out"
+before=$(stat -c %s "$store")
+say "identical: $files files, $folders folders, $bytes bytes; the store file has $before bytes"
+
+say "copying every second root stream to another store, and removing it"
+second=$work/second.store
+mkdir -p -- "$work/moved/copies"
+"$tool" create "$second"
+"$tool" mkdir "$second" copies
+index=0
+while IFS= read -r -d '' name; do
+  if ((index++ % 2 == 0)); then
+    "$tool" cp "$store:/$name" "$second:copies/"
+    "$tool" rm "$store" "/$name"
+    mv -- "$work/in/$name" "$work/moved/copies/"
+  fi
+done < <(find "$work/in" -mindepth 1 -maxdepth 1 -printf '%f\0' | sort -z)
+
+say "compacting"
+"$tool" compact "$store" | sed 's/^/    /'
+if (($(stat -c %s "$store") + $(bytes_in "$work/moved") > before)); then
+  echo "demo.sh: the store did not give back the space of what was removed" >&2
   exit 1
 fi
-say "identical: $files files, $folders folders, $bytes bytes; the store file has $(stat -c %s "$store") bytes"
+
+say "comparing"
+"$tool" export "$store" "$work/out"
+compare "$work/in" "$work/out"
+"$tool" export "$second" "$work/out"
+compare "$work/moved" "$work/out"
+say "identical in both stores"
