@@ -128,7 +128,7 @@ class Rebuilding {
   Result HiddenStreams() const {
     return {kFailure, Counted(carried.hidden, "stream is", "streams are") +
                           " hidden behind a later one of the same name and would be lost" +
-                          " (--drop-hidden rebuilds without)"};
+                          " (--drop-hidden accepts that)"};
   }
 
   // The library tells what is wrong, this tells where: the first stream that cannot be read.
