@@ -127,7 +127,7 @@ bool Rebuild::Check(const StoragePointer& target, const std::string& path) const
   const bool read =
       VisitSlots(*written, [&](const tag_aoStream& header, const tag_aoStreamOffset& locator) {
         const CountedStream stream(
-            RootStreams(written).OpenByOffset(locator, header.name, kReadFlags).release());
+            RootStreams(written).OpenRead(header, locator, kReadFlags).release());
         if (stream == nullptr) return false;
         reading.Copy(*stream, nullptr);
         return reading.IsWhole() && !reading.metMissingSlots;
