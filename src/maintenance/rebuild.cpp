@@ -60,13 +60,19 @@ bool Rebuild::Carried::GoOn() const {
 Replacement::Outcome Rebuild::Run(const std::string& path) {
   constexpr auto kNothing = Replacement::Outcome::kNothingReplaced;
   Replacement place;
-  if (!place.Aim(path) || !Survey() || !seal.GoOn()) return kNothing;
+  if (!place.Aim(path)) return kNothing;
+  const std::uint64_t epoch = source->IndexEpoch();
+  static_cast<void>(source->file.ChangedByOthers());  // what was before does not count
+  if (!Survey() || !seal.GoOn()) return kNothing;
   File temporary = place.MakeTemporary(source->file.Identity());
   if (!temporary.IsOpen()) return kNothing;
   temporary.BeginWindow();
   const StoragePointer target = CreateStorageIn(place.TemporaryPath(), std::move(temporary), 0);
   if (target == nullptr || !CarryAll(target) || !target->file.EndWindow()) return kNothing;
   if (!Check(target, place.TemporaryPath())) return kNothing;
+  // What another handle wrote to the source meanwhile would be lost.
+  if (source->IndexEpoch() != epoch || source->file.ChangedByOthers())
+    return Fail(Error::kRefused), kNothing;
   return place.PutInPlace(target->file);
 }
 
