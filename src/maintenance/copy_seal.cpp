@@ -1,14 +1,18 @@
 #include "maintenance/copy_seal.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace aostorage::detail {
 namespace {
 
-std::uint64_t Step(std::uint64_t lane, std::uint64_t word) {
-  constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15;
-  lane = (lane ^ word) * kOdd;
-  return lane ^ (lane >> 32);
+constexpr std::size_t kWord = sizeof(std::uint64_t);
+
+std::uint64_t LoadWord(const std::uint8_t* data, std::size_t count) {
+  std::uint64_t word = 0;
+  std::memcpy(&word, data, count);
+  return word;
 }
 
 }  // namespace
@@ -21,29 +25,28 @@ bool CopySeal::Copied(const tag_aoStream& header, const std::uint8_t* data, std:
 }
 
 void CopySeal::Mix(std::uint64_t word) {
-  lanes[0] = Step(lanes[0], word);
-  // The lanes change places, so that they stand for each other.
-  lanes = {lanes[1], lanes[2], lanes[3], lanes[0]};
+  constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15;
+  seal = (seal ^ word) * kOdd;
+  seal ^= seal >> 32;
 }
 
+// Each lane has the sum of its words, and the sum of those sums, which tells their order. Sums are
+// as fast as the memory; the multiplications come once for each stream.
 void CopySeal::MixBytes(const std::uint8_t* data, std::size_t size) {
   Mix(size);
-  constexpr std::size_t kWord = sizeof(std::uint64_t);
-  for (; size >= kWord * lanes.size(); size -= kWord * lanes.size()) {
-    for (std::uint64_t& lane : lanes) {
-      std::uint64_t word = 0;
-      std::memcpy(&word, data, kWord);
-      lane = Step(lane, word);
-      data += kWord;
+  std::array<std::uint64_t, 4> sums{}, sumsOfSums{};
+  for (; size >= kWord * sums.size(); size -= kWord * sums.size()) {
+    for (std::size_t lane = 0; lane < sums.size(); ++lane) {
+      sums[lane] += LoadWord(data + kWord * lane, kWord);
+      sumsOfSums[lane] += sums[lane];
     }
+    data += kWord * sums.size();
   }
-  while (size > 0) {
-    std::uint64_t word = 0;
-    const std::size_t count = size < kWord ? size : kWord;
-    std::memcpy(&word, data, count);
-    Mix(word);
-    data += count;
-    size -= count;
+  for (const std::uint64_t sum : sums) Mix(sum);
+  for (const std::uint64_t sum : sumsOfSums) Mix(sum);
+  for (; size > 0; size -= std::min(size, kWord)) {
+    Mix(LoadWord(data, std::min(size, kWord)));
+    data += std::min(size, kWord);
   }
 }
 

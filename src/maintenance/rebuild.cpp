@@ -60,13 +60,19 @@ bool Rebuild::Carried::GoOn() const {
 Replacement::Outcome Rebuild::Run(const std::string& path) {
   constexpr auto kNothing = Replacement::Outcome::kNothingReplaced;
   Replacement place;
-  if (!place.Aim(path) || !Survey() || !seal.GoOn()) return kNothing;
+  if (!place.Aim(path)) return kNothing;
+  const std::uint64_t epoch = source->IndexEpoch();
+  static_cast<void>(source->file.ChangedByOthers());  // what was before does not count
+  if (!Survey() || !seal.GoOn()) return kNothing;
   File temporary = place.MakeTemporary(source->file.Identity());
   if (!temporary.IsOpen()) return kNothing;
   temporary.BeginWindow();
   const StoragePointer target = CreateStorageIn(place.TemporaryPath(), std::move(temporary), 0);
   if (target == nullptr || !CarryAll(target) || !target->file.EndWindow()) return kNothing;
   if (!Check(target, place.TemporaryPath())) return kNothing;
+  // What another handle wrote to the source meanwhile would be lost.
+  if (source->IndexEpoch() != epoch || source->file.ChangedByOthers())
+    return Fail(Error::kRefused), kNothing;
   return place.PutInPlace(target->file);
 }
 
@@ -127,7 +133,7 @@ bool Rebuild::Check(const StoragePointer& target, const std::string& path) const
   const bool read =
       VisitSlots(*written, [&](const tag_aoStream& header, const tag_aoStreamOffset& locator) {
         const CountedStream stream(
-            RootStreams(written).OpenByOffset(locator, header.name, kReadFlags).release());
+            RootStreams(written).OpenRead(header, locator, kReadFlags).release());
         if (stream == nullptr) return false;
         reading.Copy(*stream, nullptr);
         return reading.IsWhole() && !reading.metMissingSlots;

@@ -71,6 +71,9 @@ class File {
     return window == nullptr ? ReadThrough(offset, buffer, count)
                              : window->Read(*this, offset, buffer, count);
   }
+  // The same for two stretches of memory, the first of which is small.
+  std::optional<std::size_t> ReadAt(std::uint64_t offset, void* first, std::size_t firstCount,
+                                    void* second, std::size_t secondCount);
   // True when all `count` bytes came; a short read is damage.
   [[nodiscard]] bool ReadExactlyAt(std::uint64_t offset, void* buffer, std::size_t count);
   [[nodiscard]] bool WriteAt(std::uint64_t offset, const void* data, std::size_t count);

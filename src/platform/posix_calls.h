@@ -26,6 +26,9 @@ inline int Status(int descriptor, struct stat* status) { return ::fstat(descript
 inline ssize_t Read(int descriptor, void* buffer, size_t count, off_t offset) {
   return ::pread(descriptor, buffer, count, offset);
 }
+inline ssize_t Read(int descriptor, const iovec* pieces, int pieceCount, off_t offset) {
+  return ::preadv(descriptor, pieces, pieceCount, offset);
+}
 inline ssize_t Write(int descriptor, const void* data, size_t count, off_t offset) {
   return ::pwrite(descriptor, data, count, offset);
 }

@@ -87,6 +87,37 @@ std::optional<std::size_t> File::ReadThrough(std::uint64_t offset, void* buffer,
   return done;
 }
 
+std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* first, std::size_t firstCount,
+                                        void* second, std::size_t secondCount) {
+  ssize_t got = 0;
+  if (window == nullptr && offset + firstCount + secondCount <= kReachableEnd) {
+    const std::array<iovec, 2> pieces{{{first, firstCount}, {second, secondCount}}};
+    got = posix::Repeated([&] {
+      return posix::Read(descriptor, pieces.data(), static_cast<int>(pieces.size()),
+                         static_cast<off_t>(offset));
+    });
+    if (got < 0) {
+      posix::FailWithErrno();
+      return std::nullopt;
+    }
+  }
+  auto done = static_cast<std::size_t>(got);
+  if (done == firstCount + secondCount) return done;
+  // The rest, if there is one, piece by piece.
+  if (done < firstCount) {
+    const std::optional<std::size_t> more =
+        ReadAt(offset + done, static_cast<char*>(first) + done, firstCount - done);
+    if (!more) return more;
+    done += *more;
+    if (done < firstCount) return done;
+  }
+  const std::size_t inSecond = done - firstCount;
+  const std::optional<std::size_t> more =
+      ReadAt(offset + done, static_cast<char*>(second) + inSecond, secondCount - inSecond);
+  if (!more) return more;
+  return done + *more;
+}
+
 bool File::ReadExactlyAt(std::uint64_t offset, void* buffer, std::size_t count) {
   const std::optional<std::size_t> got = ReadAt(offset, buffer, count);
   if (!got) return false;

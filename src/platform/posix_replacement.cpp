@@ -125,8 +125,9 @@ bool Replacement::IsStillThere(const File& temporary) const {
 
 Replacement::Outcome Replacement::PutInPlace(File& temporary) {
   Standing old;
-  if (!Look(goal.path, old) || old.path != goal.path || !IsStillThere(temporary))
-    return Outcome::kNothingReplaced;
+  if (!Look(goal.path, old) || !IsStillThere(temporary)) return Outcome::kNothingReplaced;
+  if (old.path != goal.path || old.exists != goal.exists || !(old.identity == goal.identity))
+    return Fail(Error::kRefused), Outcome::kNothingReplaced;  // it is another file by now
   bool inOneStep = !old.hasOtherNames;
   if (old.exists) {
     struct stat status {};

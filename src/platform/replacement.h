@@ -35,7 +35,8 @@ class Replacement {
   // Makes the temporary file, in the place of a regular file that was left there. Nothing else
   // that stands there is touched, and neither are the source and the goal themselves: no open file.
   File MakeTemporary(const FileIdentity& source);
-  // Flushes the temporary file to the disk and puts it in place.
+  // Flushes the temporary file to the disk and puts it in place, unless another file than that of
+  // Aim came to stand there.
   Outcome PutInPlace(File& temporary);
   void Discard();
 

@@ -99,6 +99,14 @@ std::unique_ptr<StreamCore> RootStreams::OpenByOffset(const tag_aoStreamOffset& 
   return OpenRecord(header, offset, name, flags, StreamCore::Sharing::kLasting);
 }
 
+std::unique_ptr<StreamCore> RootStreams::OpenRead(const tag_aoStream& header,
+                                                  const tag_aoStreamOffset& offset,
+                                                  std::uint32_t flags) {
+  if (!HasTerminatedName(header)) return Fail(Error::kDamaged), nullptr;
+  if (!storage->openStreams.MayOpen(header.name, flags)) return nullptr;
+  return OpenRecord(header, offset, header.name, flags, StreamCore::Sharing::kLasting);
+}
+
 bool RootStreams::ReadRecord(const tag_aoStreamOffset& offset, tag_aoStream& header) {
   StreamHeader::Bytes bytes;
   if (!storage->file.ReadExactlyAt(offset.headerOffset, bytes.data(), bytes.size())) return false;
@@ -123,12 +131,10 @@ std::unique_ptr<StreamCore> RootStreams::OpenFirstSlot(std::uint32_t flags) {
   const std::uint32_t slotIndex = storage->directory.ReservedSlotCount();
   if (slotIndex >= block.SlotCount()) return Fail(Error::kNotFound), nullptr;
   const tag_aoStream header = block.Slot(slotIndex);
-  if (!HasTerminatedName(header)) return Fail(Error::kDamaged), nullptr;
-  if (!storage->openStreams.MayOpen(header.name, flags)) return nullptr;
-  return OpenRecord(header,
-                    {DirectoryBlock::SlotOffset(walk.Offset(), slotIndex), walk.Offset(),
-                     block.SlotCount(), DurationSeconds(header)},
-                    header.name, flags, StreamCore::Sharing::kLasting);
+  return OpenRead(header,
+                  {DirectoryBlock::SlotOffset(walk.Offset(), slotIndex), walk.Offset(),
+                   block.SlotCount(), DurationSeconds(header)},
+                  flags);
 }
 
 }  // namespace aostorage::detail

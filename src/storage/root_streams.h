@@ -28,6 +28,9 @@ class RootStreams {
   // Reads the header at the locator. The name is the registry's key; it may be empty here.
   std::unique_ptr<StreamCore> OpenByOffset(const tag_aoStreamOffset& offset, const char* name,
                                            std::uint32_t flags);
+  // As OpenByOffset, with a header that was read just now.
+  std::unique_ptr<StreamCore> OpenRead(const tag_aoStream& header, const tag_aoStreamOffset& offset,
+                                       std::uint32_t flags);
   // The first slot behind the reserved ones, in use or not.
   std::unique_ptr<StreamCore> OpenFirstSlot(std::uint32_t flags);
 

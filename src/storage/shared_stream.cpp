@@ -45,6 +45,7 @@ void SharedStream::SetOnDisk(const tag_aoStream& header) noexcept {
 // Parents that only their children hold are let go one by one: the chain may be deeper than the
 // stack.
 SharedStream::~SharedStream() {
+  if (!removed) table.KeepIndex(*this);
   table.DropChain(*this);
   table.Leave(*this);
   bool counted = !removed;
@@ -78,6 +79,7 @@ std::shared_ptr<SharedStream> SharedStreams::FindOrMake(
   chains.MakeRoom();
   auto made = std::make_shared<SharedStream>(*this, headerOffset, header, folder);
   byHeaderOffset[headerOffset] = made;
+  if (IsFolderKind(header)) ReturnIndex(*made);
   return made;
 }
 
@@ -109,7 +111,35 @@ bool SharedStreams::HasOpenChain(std::uint32_t firstBlock) const {
       .has_value();
 }
 
+void SharedStreams::KeepIndex(SharedStream& stream) noexcept {
+  if (stream.index == nullptr || stream.index->Scanned() > kMostSlots) return;
+  DropIndex(stream.headerOffset);
+  kept[nextKept] = {stream.headerOffset, stream.onDisk.firstBlock, stream.indexEpoch,
+                    std::move(stream.index)};
+  nextKept = (nextKept + 1) % kMostKept;
+}
+
+// An index is about the chain: a record that leads to another one has no use for it.
+void SharedStreams::ReturnIndex(SharedStream& stream) noexcept {
+  for (KeptIndex& entry : kept) {
+    if (entry.index == nullptr || entry.headerOffset != stream.headerOffset) continue;
+    if (entry.firstBlock == stream.onDisk.firstBlock) {
+      stream.index = std::move(entry.index);
+      stream.indexEpoch = entry.epoch;
+    }
+    entry.index.reset();
+    return;
+  }
+}
+
+void SharedStreams::DropIndex(std::uint32_t headerOffset) noexcept {
+  for (KeptIndex& entry : kept) {
+    if (entry.headerOffset == headerOffset) entry.index.reset();
+  }
+}
+
 void SharedStreams::Displace(std::uint32_t headerOffset) {
+  DropIndex(headerOffset);
   if (const std::shared_ptr<SharedStream> old = Find(headerOffset)) MarkRemoved(*old);
 }
 

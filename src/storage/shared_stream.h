@@ -2,6 +2,8 @@
 #ifndef AOSTORAGE_STORAGE_SHARED_STREAM_H_
 #define AOSTORAGE_STORAGE_SHARED_STREAM_H_
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
@@ -46,6 +48,8 @@ class SharedStream {
   std::uint64_t indexEpoch = 0;        // see StorageCore::IndexEpoch
 
  private:
+  friend class SharedStreams;
+
   tag_aoStream onDisk;
   SharedStreams& table;
   std::uint32_t headerOffset;
@@ -71,6 +75,16 @@ class SharedStreams {
 
  private:
   friend class SharedStream;
+  // The index of a folder that nobody has open at the moment.
+  struct KeptIndex {
+    std::uint32_t headerOffset = 0, firstBlock = 0;
+    std::uint64_t epoch = 0;
+    std::unique_ptr<FolderIndex> index;
+  };
+  void KeepIndex(SharedStream& stream) noexcept;
+  void ReturnIndex(SharedStream& stream) noexcept;
+  void DropIndex(std::uint32_t headerOffset) noexcept;
+
   static std::uint64_t ChainHash(const SharedStream& stream);
   void EnterChain(const SharedStream& stream);
   void DropChain(const SharedStream& stream);
@@ -78,6 +92,12 @@ class SharedStreams {
   std::unordered_map<std::uint32_t, std::weak_ptr<SharedStream>> byHeaderOffset;
   // The first block of each stream, 0 included, so that a change of one takes no memory.
   HashIndex chains;
+  // A ring: the oldest goes first. Folders that are opened, looked into and closed again, as the
+  // steps of a path are, are not scanned each time.
+  static constexpr std::size_t kMostKept = 16;
+  static constexpr std::uint32_t kMostSlots = 10000;  // a larger folder is not kept
+  std::array<KeptIndex, kMostKept> kept;
+  std::size_t nextKept = 0;
 };
 
 }  // namespace aostorage::detail

@@ -25,7 +25,7 @@ bool WholeStream::Read(StreamCore& source) {
     if (block == nullptr) return false;
     capacity = size;
   }
-  const std::uint32_t got = source.Read(block.get(), size);
+  const std::uint32_t got = source.ReadOwn(block.get(), size);
   return got == size || (got != kFailed && Fail(Error::kDamaged));
 }
 

@@ -37,6 +37,8 @@ class StreamCore {
 
   // --- Data (stream_data.cpp)
   std::uint32_t Read(void* buffer, std::uint32_t count);
+  // The same into a buffer of the library, in which any byte may change.
+  std::uint32_t ReadOwn(std::uint8_t* buffer, std::uint32_t count);
   // `pieces` receives where in the file the bytes went, in order.
   std::uint32_t Write(const void* buffer, std::uint32_t count, bool final,
                       FilePieces* pieces = nullptr);

@@ -64,6 +64,22 @@ std::uint32_t StreamCore::Read(void* buffer, std::uint32_t count) {
   }
 }
 
+std::uint32_t StreamCore::ReadOwn(std::uint8_t* buffer, std::uint32_t count) {
+  const bool atBlockStart = !cursor.loaded && cursor.blockOffset <= BlockHeader::kSize;
+  if (cursor.block == 0 || count == 0 || outOfStep || !atBlockStart) return Read(buffer, count);
+  BlockHeader::Bytes bytes;
+  const std::optional<std::size_t> got =
+      storage->file.ReadAt(cursor.block, bytes.data(), bytes.size(), buffer, count);
+  if (!got) return kFailed;
+  if (*got < bytes.size() || !cursor.Accept(bytes.data())) return Fail(Error::kDamaged), kFailed;
+  const std::uint32_t chunk = std::min(count, cursor.Available());
+  if (*got - bytes.size() < chunk) return Fail(Error::kDamaged), kFailed;
+  cursor.Advance(chunk);
+  if (chunk == count) return count;
+  const std::uint32_t more = Read(buffer + chunk, count - chunk);
+  return more == kFailed ? kFailed : chunk + more;
+}
+
 std::optional<std::uint32_t> StreamCore::ReadLoaded(std::uint8_t* out, std::uint32_t count) {
   const std::uint32_t chunk = std::min(count, cursor.Available());
   if (chunk > 0 && !storage->file.ReadExactlyAt(cursor.FileOffset(), out, chunk))

@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <chrono>
 #include <functional>
 
 #include "maintenance/rebuild_fixture.h"
@@ -296,6 +296,38 @@ TEST_F(Rebuild, RefusesWhatItCannotCarryWholeAndLeavesEverything) {
   EXPECT_EQ(aoStorage::Recreate(static_cast<const char*>(nullptr)), 0);
   opened = OpenBytes(sound);
   EXPECT_EQ(aoStorage::Recreate(opened.get(), nullptr), opened.get());
+}
+
+TEST_F(Rebuild, DoesNotReplaceWhatOthersChangedMeanwhile) {
+  { Plant(*Create(), {"a=1"}); }
+  const Bytes sound = File();
+  const std::function<void()> changes[] = {
+      [&] { Plant(*Open(), {"b=2"}); },  // in this process
+      [&] {                              // in another one; in the same tick of the clock, perhaps
+        PatchFile32(path, Raw("a").firstBlock + 12, 5);
+        std::filesystem::last_write_time(
+            path, std::filesystem::last_write_time(path) + std::chrono::seconds(2));
+      },
+      [&] {  // the path leads elsewhere
+        WriteFile(dir.File("new"), Bytes(100, 1));
+        std::filesystem::rename(dir.File("new"), path);
+      },
+  };
+  for (const auto& change : changes) {
+    opened = OpenBytes(sound);
+    Bytes changed;
+    const RebuildProgress meanwhile = [&](const RebuildReport& report) {
+      if (report.streams == 1) {
+        change();
+        changed = File();
+      }
+      return true;
+    };
+    EXPECT_EQ(aoStorage::Recreate(opened.get(), path.c_str(), meanwhile), opened.get());
+    EXPECT_EQ(File(), changed);
+    EXPECT_EQ(NamesInDirectory(), std::vector<std::string>{"storage"});
+    Clean();
+  }
 }
 
 }  // namespace

@@ -1,0 +1,49 @@
+// What a storage remembers of folders that are closed.
+#include "folder/storage_fixture.h"
+#include "support/tree_text.h"
+
+namespace aostorage::testing {
+namespace {
+
+using KeptIndex = StorageFileTest;
+
+// Opens the folder anew for each lookup.
+bool Has(aoStorage& storage, const std::string& path) { return OpenPath(storage, path) != nullptr; }
+
+TEST_F(KeptIndex, SparesTheScanOfAFolderThatWasClosed) {
+  const Storage storage = Create();
+  TreeText lines{"f/", "f/g/"};
+  for (int i = 0; i < 500; ++i) lines.push_back("f/g/" + std::to_string(i) + "=x");
+  Plant(*storage, lines);
+  ASSERT_TRUE(Has(*storage, "f/g/499"));
+  const Watch watch;
+  ASSERT_TRUE(Has(*storage, "f/g/0"));
+  EXPECT_EQ(watch.Text(), "3 read");  // the three records
+}
+
+TEST_F(KeptIndex, IsWorthNothingOnceTheFolderIsAnother) {
+  const Storage storage = Create();
+  Plant(*storage, {"a/", "a/x=1", "a/y=2", "b/", "b/in/", "b/in/z=3"});
+  ASSERT_TRUE(Has(*storage, "a/x") && Has(*storage, "b/in/z"));
+  // Removed and made again in the same slots, over the same chains.
+  Plant(*storage, {"-b", "-a", "a/", "b/", "b/in/"});
+  for (const char* gone : {"a/x", "a/y", "b/in/z"}) EXPECT_FALSE(Has(*storage, gone)) << gone;
+  Plant(*storage, {"a/y=5"});
+  EXPECT_TRUE(Has(*storage, "a/y"));
+
+  // Changed through another handle, of this process or not, and by bytes of the caller's own.
+  const Storage second = Open();
+  ASSERT_TRUE(Has(*second, "a/y"));
+  Plant(*storage, {"a/z=6", "-a/y"});
+  EXPECT_TRUE(Has(*second, "a/z"));
+  EXPECT_FALSE(Has(*second, "a/y"));
+  OpenPath(*storage, "a")->Erase();
+  const Stream a = OpenPath(*storage, "a");
+  const std::uint32_t none = 0;
+  ASSERT_EQ(a->Write(&none, 4, true), 4U);
+  EXPECT_FALSE(Has(*storage, "a/z"));
+  EXPECT_FALSE(Has(*second, "a/z"));
+}
+
+}  // namespace
+}  // namespace aostorage::testing
