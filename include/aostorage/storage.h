@@ -82,10 +82,11 @@ class AOSTORAGE_API aoStorage {
   ///
   /// Release all streams of `storage` before.
   /// @param storage  the source, from Open or Create; it ends unless it comes back
-  /// @return the storage at `path`, open for reading and writing. `storage` itself, still open,
-  ///         when anything cannot be carried whole or the new file cannot be made and put in place:
-  ///         nothing is replaced then and the temporary file is gone. Null when the new file is in
-  ///         place and cannot be opened, or copying over broke off; `storage` has ended.
+  /// @return the storage at `path`, open for reading and writing: never the old pointer. `storage`
+  ///         itself, still open, when anything cannot be carried whole or the new file cannot be
+  ///         made and put in place: nothing is replaced then and the temporary file is gone. Null
+  ///         when the new file is in place and cannot be opened, or copying over broke off;
+  ///         `storage` has ended.
   static aoStorage* Recreate(aoStorage* storage, const char* path);
   /// As above, followed by `progress`, which may be empty. One that gives up counts as a failure.
   static aoStorage* Recreate(aoStorage* storage, const char* path, const RebuildProgress& progress);

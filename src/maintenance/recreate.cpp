@@ -38,8 +38,11 @@ aoStorage* aoStorage::Recreate(aoStorage* storage, const char* path,
     const std::string target(path);  // the pointer may be into the storage that ends here
     const Outcome outcome = RunRebuild(storage->core, target, progress);
     if (outcome == Outcome::kNothingReplaced) return storage;
+    // Opened while the old object still has its memory: the caller tells success by the pointer.
+    aoStorage* const rebuilt =
+        outcome == Outcome::kReplaced ? Open(target.c_str(), kWriteFlags, 0) : nullptr;
     storage->Release();
-    return outcome == Outcome::kReplaced ? Open(target.c_str(), kWriteFlags, 0) : nullptr;
+    return rebuilt;
   });
 }
 
