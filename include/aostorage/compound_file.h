@@ -117,8 +117,9 @@ class AOSTORAGE_API CCompStgFile {
   /// @name Removing
   /// @{
 
-  /// Removes the generic stream, which must have been opened with kStreamWrite; on failure it stays
-  /// open. The child stream is left alone: close it before.
+  /// Removes the generic stream, which must have been opened with kStreamWrite. On failure it stays
+  /// open; after a failed write it is good for CloseStream alone. The child stream is left alone:
+  /// close it before.
   int RemoveGenericStream();
   /// Closes first, then removes a root stream.
   int RemoveGenericStream(const char* name);

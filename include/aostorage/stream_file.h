@@ -36,8 +36,8 @@ class AOSTORAGE_API CFile {
 
   CFile();
   virtual ~CFile();
-  CFile(const CFile&) = delete;
-  CFile& operator=(const CFile&) = delete;
+  CFile(const CFile&) = default;
+  CFile& operator=(const CFile&) = default;
 
   /// The record of the object's class. Never null.
   virtual const CRuntimeClass* GetRuntimeClass() const;

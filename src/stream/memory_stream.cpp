@@ -1,6 +1,8 @@
 // A stream in memory. All sizes are below 2^31: offset and capacity are told as signed numbers.
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <functional>
 #include <limits>
 
 #include <aostorage/memory_stream.h>
@@ -45,10 +47,16 @@ std::uint32_t aoStream2::Read(void* buffer, std::uint32_t count) {
 
 std::uint32_t aoStream2::Write(const void* buffer, std::uint32_t count, bool /*final*/) {
   if (!MayMove(buffer, count)) return 0;
+  const auto* source = static_cast<const std::uint8_t*>(buffer);
+  // A source in the block itself moves with it.
+  const std::less<const std::uint8_t*> before;
+  const bool inBlock =
+      memBuffer != nullptr && !before(source, memBuffer) && before(source, memBuffer + memCapacity);
+  const std::ptrdiff_t place = inBlock ? source - memBuffer : 0;
   if (count > Left()) Grow(count);
   const std::uint32_t stored = std::min(count, Left());
   if (stored == 0) return 0;
-  std::memmove(Cursor(), buffer, stored);
+  std::memmove(Cursor(), inBlock ? memBuffer + place : source, stored);
   memOffset += static_cast<std::int32_t>(stored);
   return stored;
 }

@@ -91,6 +91,22 @@ TEST(MemoryStream, DetachGivesTheBlockAwayAndLeavesAnEmptyObject) {
   aoStream::FreeBuffer(given);
 }
 
+// The source went away with the block that it lay in.
+TEST(MemoryStream, TakesASourceInItsOwnBlockAlongWhenTheBlockMoves) {
+  constexpr std::int32_t kSize = 200000;
+  std::uint8_t* const block = aoStream::AllocateBuffer(kSize);
+  for (std::int32_t i = 0; i < kSize; ++i) block[i] = static_cast<std::uint8_t>(i % 251);
+  aoStream2 stream(block, kSize);
+  Bytes passed(kSize);
+  ASSERT_EQ(stream.Read(passed.data(), kSize), std::uint32_t{kSize});
+  ASSERT_EQ(stream.Write(block, kSize), std::uint32_t{kSize});
+  std::int32_t size = 0;
+  std::uint8_t* grown = stream.Detach(size);
+  ASSERT_EQ(size, 2 * kSize);
+  EXPECT_EQ(Bytes(grown + kSize, grown + size), passed);
+  aoStream::FreeBuffer(grown);
+}
+
 TEST(MemoryStream, CarriesValuesWithoutAFile) {
   const Watch watch;
   aoStream2 out;
