@@ -103,7 +103,7 @@ struct RebuildReport {
 };
 
 /// Follows a rebuild: called once before it begins, when `reserved` and `hidden` are known, and
-/// after each stream. False gives the rebuild up.
+/// after each stream. False gives the rebuild up, and so does a change of the source meanwhile.
 using RebuildProgress = std::function<bool(const RebuildReport&)>;
 
 /// Place of a cookie iteration over root streams. Its end mark is -1 in a sorted walk, 0 in an

@@ -39,7 +39,10 @@ FolderIndex* ChildRecords::Index() {
   if (shared.index == nullptr) {
     scan.emplace(storage.file, ChainCursor::AtStart(shared.OnDisk().firstBlock));
     std::uint32_t count = 0;
-    if (scan->ReadCount(count) != ChildScan::Result::kRecord) {
+    const ChildScan::Result read =
+        shared.OnDisk().firstBlock == 0 ? ChildScan::Result::kEnd : scan->ReadCount(count);
+    lacksCount = read == ChildScan::Result::kEnd;
+    if (read != ChildScan::Result::kRecord) {
       folder.SetChildCount(0);
       Fail(Error::kDamaged);
       return nullptr;
@@ -290,12 +293,16 @@ ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint
   const bool goesOn = index.BehindSlot() > index.Scanned() && index.BehindSlot() <= slotIndex;
   ChildScan further(storage.file, goesOn ? index.BehindCursor() : index.End());
   for (std::uint32_t i = goesOn ? index.BehindSlot() : index.Scanned();; ++i) {
+    const ChainCursor here = further.Cursor();
     const ChildScan::Result result = further.ReadRecord(record.header);
     if (result == ChildScan::Result::kFailed) return Result::kFailed;
     if (result == ChildScan::Result::kEnd) return Result::kAbsent;
     if (i < slotIndex) continue;
     slotIndex = i;
-    if (!HasMagic(record.header)) return Fail(Error::kDamaged), Result::kDamaged;
+    if (!HasMagic(record.header)) {
+      index.SetBehind(i, here);
+      return Fail(Error::kDamaged), Result::kDamaged;
+    }
     if (!IsInUse(record.header)) {
       ++slotIndex;
       continue;
@@ -306,6 +313,11 @@ ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint
     folder.PlaceCursor(further.Cursor());
     return Result::kFound;
   }
+}
+
+std::uint32_t ChildRecords::BlocksPassed() {
+  const FolderIndex* index = folder.Shared()->index.get();
+  return index == nullptr ? 0 : index->End().steps;
 }
 
 bool ChildRecords::HasAllSlots() {

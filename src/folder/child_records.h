@@ -52,6 +52,10 @@ class ChildRecords {
   Result NextInUse(std::uint32_t& slotIndex, bool bounded, ChildRecord& record);
   // Reads the count word into childCount.
   [[nodiscard]] bool ReadCount();
+  // After a failed ReadCount or walk: whether the folder's chain ends before the count word does.
+  bool LacksCount() const { return lacksCount; }
+  // Blocks of the folder that were passed.
+  std::uint32_t BlocksPassed();
   // After a walk to the end: whether the folder has all the slots that its count word and its
   // length promise.
   bool HasAllSlots();
@@ -84,7 +88,8 @@ class ChildRecords {
   int exceptionsBefore;
   std::optional<ChildScan> scan;  // going on where the index ends
   bool begunHere = false;         // the index was begun in this operation
-  bool verified = false;          // nobody else has changed the file since it was begun
+  bool lacksCount = false;
+  bool verified = false;  // nobody else has changed the file since it was begun
 };
 
 }  // namespace aostorage::detail

@@ -56,6 +56,8 @@ class ChildStreams {
   // Reads the folder's count word into its childCount.
   [[nodiscard]] bool ReadCount() { return records.ReadCount(); }
   bool HasAllSlots() { return records.HasAllSlots(); }
+  bool LacksCount() const { return records.LacksCount(); }
+  std::uint32_t BlocksPassed() { return records.BlocksPassed(); }
 
  private:
   std::unique_ptr<StreamCore> OpenRecord(const ChildRecord& record, std::uint32_t flags,

@@ -166,6 +166,10 @@ bool aoStream::CopyFolder(aoStream* destination) {
     if (core->IsRemoved() || target == nullptr || target->IsRemoved()) return Fail(Error::kRefused);
     if (core->IsOn(*target) || core->IsInside(*target) || target->IsInside(*core))
       return Fail(Error::kRefused);
+    // One may lie inside the other unseen.
+    const bool oneFile = core->Storage().file.Identity() == target->Storage().file.Identity();
+    if (oneFile && (!core->KnowsItsFolders() || !target->KnowsItsFolders()))
+      return Fail(Error::kRefused);
     detail::TreeCopy copy(core->Storage(), detail::TreeCopy::Goal::kMerge);
     copy.Copy(*core, target);
     return copy.IsWhole() && !copy.metEmptyPlain;

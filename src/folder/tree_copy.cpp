@@ -27,18 +27,14 @@ void TreeCopy::CopyPlain(StreamCore& from, StreamCore* to) {
   // A new stream is as empty as erasing would leave it.
   if (to != nullptr && to->Header().length != 0) to->Erase();
   const std::uint32_t size = from.Header().length;
-  bytesMet += size;
-  if (bytesMet > source.file.KnownSize() && !source.file.Holds(bytesMet)) {
-    Fail(Error::kDamaged);
-    givenUp = metFailure = true;
-    return;
-  }
   if (size == 0) {
     metEmptyPlain = true;
     Witnessed(from.Header(), nullptr, 0);
     return;
   }
   bool copied = whole.Read(from);
+  bytesMet += std::uint64_t{from.Cursor().position} + from.Cursor().steps * BlockHeader::kSize;
+  if (!HasRoom()) return;
   if (copied && to != nullptr) {
     to->Rewind();
     copied = to->Write(whole.Data(), size, true) == size;
@@ -50,6 +46,12 @@ void TreeCopy::CopyPlain(StreamCore& from, StreamCore* to) {
   }
 }
 
+bool TreeCopy::HasRoom() {
+  if (bytesMet <= room && recordsMet * StreamHeader::kSize <= room) return true;
+  givenUp = metFailure = true;
+  return Fail(Error::kDamaged);
+}
+
 bool TreeCopy::Witnessed(const tag_aoStream& header, const std::uint8_t* data, std::uint32_t size) {
   if (witness == nullptr || witness->Copied(header, data, size)) return true;
   givenUp = metFailure = true;
@@ -58,12 +60,12 @@ bool TreeCopy::Witnessed(const tag_aoStream& header, const std::uint8_t* data, s
 
 void TreeCopy::Enter(StreamCore* from, CountedStream fromOwned, StreamCore* to,
                      CountedStream toOwned) {
+  if (!levels.empty()) levels.back().children.reset();
   Level level;
   level.from = from;
   level.to = to;
   level.fromOwned = std::move(fromOwned);
   level.toOwned = std::move(toOwned);
-  level.children = std::make_unique<ChildStreams>(*from);
   levels.push_back(std::move(level));
 }
 
@@ -75,6 +77,7 @@ bool TreeCopy::Step() {
     LeaveLevel();
     return true;
   }
+  if (level.children == nullptr) level.children = std::make_unique<ChildStreams>(*level.from);
   std::unique_ptr<StreamCore> child;
   const ChildStreams::Walk walk = level.children->OpenNext(
       level.slotIndex, !level.metOne, kReadFlags, child, StreamCore::Sharing::kMomentary);
@@ -94,7 +97,7 @@ bool TreeCopy::Step() {
       break;
     case ChildStreams::Walk::kCutOff:
       // A folder whose making was broken off has no count word yet, and nothing in it.
-      if (level.slotIndex != 0 || level.from->Header().length >= FolderPayload::kCountSize)
+      if (!level.children->LacksCount() || level.from->Header().length >= FolderPayload::kCountSize)
         metUnopenable = true;
       LeaveLevel();
       break;
@@ -110,16 +113,8 @@ void TreeCopy::CopyChild(std::unique_ptr<StreamCore> child) {
   const bool isFolder = child->IsFolder();
   StreamCore* from = child.get();
   CountedStream owned(isFolder ? child.release() : nullptr);
-  if (++recordsMet * StreamHeader::kSize > source.file.KnownSize() &&
-      !source.file.Holds(recordsMet * StreamHeader::kSize)) {
-    Fail(Error::kDamaged);
-    givenUp = metFailure = true;
-    return;
-  }
-  if (isFolder && IsAroundDestination(*from)) {
-    metUnopenable = true;
-    return;
-  }
+  ++recordsMet;
+  if (!HasRoom()) return;
   StreamCore* destination = levels.back().to;
   CountedStream counterpart;
   if (goal != Goal::kNone) {
@@ -135,22 +130,6 @@ void TreeCopy::CopyChild(std::unique_ptr<StreamCore> child) {
   } else if (Witnessed(from->Header(), nullptr, 0)) {
     Enter(from, std::move(owned), to, std::move(counterpart));
   }
-}
-
-// A folder that holds the destination would be copied into itself. The caller's guard has seen to
-// the folders that are known to be around it; this meets those that were opened by their place.
-bool TreeCopy::IsAroundDestination(const StreamCore& child) const {
-  const StreamCore* destination = levels.back().to;
-  if (destination == nullptr ||
-      !(source.file.Identity() == destination->Storage().file.Identity())) {
-    return false;
-  }
-  // What was opened just now, and nobody else has open, is around nothing.
-  if (&source == &destination->Storage() && child.Shared()->objects.size() == 1 &&
-      !child.Shared()->HasOpenChildren()) {
-    return false;
-  }
-  return destination->IsOn(child) || destination->IsInside(child);
 }
 
 CountedStream TreeCopy::Counterpart(StreamCore& folder, const tag_aoStream& child) {
@@ -172,6 +151,8 @@ CountedStream TreeCopy::Counterpart(StreamCore& folder, const tag_aoStream& chil
 }
 
 void TreeCopy::LeaveLevel() {
+  if (levels.back().children != nullptr)
+    bytesMet += std::uint64_t{levels.back().children->BlocksPassed()} * BlockHeader::kSize;
   levels.pop_back();
   if (witness != nullptr) witness->LeftFolder();
 }

@@ -23,8 +23,8 @@ class CopyWitness {
 };
 
 // One copy of one or more trees. It remembers what it cannot copy; a merge goes on behind it, any
-// other copy ends there. Without recursion, and bounded on any file: more records, or more bytes,
-// than the source file has room for are damage.
+// other copy ends there. Without recursion, and bounded on any file: more records, or more bytes
+// and blocks, than the source file had room for at the start are damage.
 class TreeCopy {
  public:
   enum class Goal {
@@ -34,7 +34,7 @@ class TreeCopy {
   };
 
   TreeCopy(StorageCore& ofSource, Goal copyGoal, CopyWitness* follower = nullptr)
-      : source(ofSource), goal(copyGoal), witness(follower) {}
+      : room(ofSource.file.Size().value_or(0)), goal(copyGoal), witness(follower) {}
   TreeCopy(const TreeCopy&) = delete;
   TreeCopy& operator=(const TreeCopy&) = delete;
 
@@ -54,8 +54,8 @@ class TreeCopy {
   struct Level {
     StreamCore* from;
     StreamCore* to;
-    CountedStream toOwned, fromOwned;  // null at the top
-    std::unique_ptr<ChildStreams> children;
+    CountedStream toOwned, fromOwned;        // null at the top
+    std::unique_ptr<ChildStreams> children;  // of the innermost level alone: it reads ahead
     std::uint32_t slotIndex = 0;
     bool metOne = false;  // the walk is behind its first child
   };
@@ -65,19 +65,21 @@ class TreeCopy {
   bool Step();
   void CopyChild(std::unique_ptr<StreamCore> child);
   CountedStream Counterpart(StreamCore& folder, const tag_aoStream& child);
-  bool IsAroundDestination(const StreamCore& child) const;
   void LeaveLevel();
   // The deepest first: a child keeps what it shares with the folders around it alive.
   void LeaveAll();
   bool Witnessed(const tag_aoStream& header, const std::uint8_t* data, std::uint32_t size);
 
-  StorageCore& source;
+  // False, with the copy given up, when the file has no room for what was met.
+  bool HasRoom();
+
+  std::uint64_t room;  // bytes of the source file
   Goal goal;
   CopyWitness* witness;
   WholeStream whole;
   std::vector<Level> levels;
   std::uint64_t recordsMet = 0;
-  std::uint64_t bytesMet = 0;
+  std::uint64_t bytesMet = 0;  // with the headers of the blocks that they lie in
   bool givenUp = false;
 };
 

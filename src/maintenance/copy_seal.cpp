@@ -15,6 +15,13 @@ std::uint64_t LoadWord(const std::uint8_t* data, std::size_t count) {
   return word;
 }
 
+// The turn brings what a multiplication drives to the top back to the bottom.
+std::uint64_t Step(std::uint64_t lane, std::uint64_t word) {
+  constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15;
+  lane ^= word;
+  return ((lane << 29) | (lane >> 35)) * kOdd;
+}
+
 }  // namespace
 
 bool CopySeal::Copied(const tag_aoStream& header, const std::uint8_t* data, std::uint32_t size) {
@@ -24,26 +31,20 @@ bool CopySeal::Copied(const tag_aoStream& header, const std::uint8_t* data, std:
   return true;
 }
 
-void CopySeal::Mix(std::uint64_t word) {
-  constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15;
-  seal = (seal ^ word) * kOdd;
-  seal ^= seal >> 32;
-}
+void CopySeal::Mix(std::uint64_t word) { seal = Step(seal, word); }
 
-// Each lane has the sum of its words, and the sum of those sums, which tells their order. Sums are
-// as fast as the memory; the multiplications come once for each stream.
+// The lanes stand side by side, so that the processor need not wait for one multiplication before
+// the next.
 void CopySeal::MixBytes(const std::uint8_t* data, std::size_t size) {
   Mix(size);
-  std::array<std::uint64_t, 4> sums{}, sumsOfSums{};
-  for (; size >= kWord * sums.size(); size -= kWord * sums.size()) {
-    for (std::size_t lane = 0; lane < sums.size(); ++lane) {
-      sums[lane] += LoadWord(data + kWord * lane, kWord);
-      sumsOfSums[lane] += sums[lane];
-    }
-    data += kWord * sums.size();
+  std::array<std::uint64_t, 8> lanes{};
+  constexpr std::size_t kStride = kWord * lanes.size();
+  for (; size >= kStride; size -= kStride) {
+    for (std::size_t lane = 0; lane < lanes.size(); ++lane)
+      lanes[lane] = Step(lanes[lane], LoadWord(data + kWord * lane, kWord));
+    data += kStride;
   }
-  for (const std::uint64_t sum : sums) Mix(sum);
-  for (const std::uint64_t sum : sumsOfSums) Mix(sum);
+  for (const std::uint64_t lane : lanes) Mix(lane);
   for (; size > 0; size -= std::min(size, kWord)) {
     Mix(LoadWord(data, std::min(size, kWord)));
     data += std::min(size, kWord);

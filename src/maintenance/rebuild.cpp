@@ -1,6 +1,8 @@
 #include "maintenance/rebuild.h"
 
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/last_error.h"
 #include "storage/root_streams.h"
@@ -26,21 +28,20 @@ bool VisitSlots(StorageCore& storage, Visit visit) {
   }
 }
 
-// Calls `visit` with each name of the map, in the order of the cookie iteration.
-template <typename Visit>
-bool VisitMap(StorageCore& storage, Visit visit) {
+// The names of the map, in the order of the cookie iteration.
+std::vector<std::string> NamesOf(StorageCore& storage) {
   CMapSort& map = storage.streamMap;
+  std::vector<std::string> names;
+  names.reserve(map.Count());
   if (storage.sortEnabled) {
     map.Sort(storage.sortDescending);
-    for (std::size_t i = 0; i < map.SortedCount(); ++i) {
-      if (!visit(map.SortedAt(static_cast<std::int64_t>(i))->name)) return false;
-    }
-    return true;
+    for (std::size_t i = 0; i < map.SortedCount(); ++i)
+      names.emplace_back(map.SortedAt(static_cast<std::int64_t>(i))->name);
+  } else {
+    for (CMapSort::EntryId id = map.First(); id != CMapSort::kNoEntry; id = map.Next(id))
+      names.emplace_back(map.At(id)->name);
   }
-  for (CMapSort::EntryId id = map.First(); id != CMapSort::kNoEntry; id = map.Next(id)) {
-    if (!visit(map.At(id)->name)) return false;
-  }
-  return true;
+  return names;
 }
 
 }  // namespace
@@ -57,37 +58,55 @@ bool Rebuild::Carried::GoOn() const {
   return !progress || progress(report) || Fail(Error::kRefused);
 }
 
-Replacement::Outcome Rebuild::Run(const std::string& path) {
+Replacement::Outcome Rebuild::Run(const std::string& path, Where where) {
   constexpr auto kNothing = Replacement::Outcome::kNothingReplaced;
   Replacement place;
   if (!place.Aim(path)) return kNothing;
-  const std::uint64_t epoch = source->IndexEpoch();
-  static_cast<void>(source->file.ChangedByOthers());  // what was before does not count
+  const FileIdentity goal = place.Goal().identity;
+  const bool inPlace = place.Goal().exists && goal == source->file.Identity();
+  if (where == Where::kInPlace && !inPlace) return Fail(Error::kRefused), kNothing;
+  NoteState();
   if (!Survey() || !seal.GoOn()) return kNothing;
   File temporary = place.MakeTemporary(source->file.Identity());
   if (!temporary.IsOpen()) return kNothing;
   temporary.BeginWindow();
   const StoragePointer target = CreateStorageIn(place.TemporaryPath(), std::move(temporary), 0);
   if (target == nullptr || !CarryAll(target) || !target->file.EndWindow()) return kNothing;
-  if (!Check(target, place.TemporaryPath())) return kNothing;
-  // What another handle wrote to the source meanwhile would be lost.
-  if (source->IndexEpoch() != epoch || source->file.ChangedByOthers())
-    return Fail(Error::kRefused), kNothing;
-  return place.PutInPlace(target->file);
+  if (!Check(target, place.TemporaryPath()) || !IsStateAsNoted()) return kNothing;
+  // A further storage object on the old file knows blocks that a copied content has elsewhere.
+  const bool othersOnGoal =
+      place.Goal().exists && ChangeCounter::HoldersOf(goal) > (inPlace ? 1 : 0);
+  return place.PutInPlace(target->file, !othersOnGoal);
+}
+
+void Rebuild::NoteState() {
+  epochBefore = source->IndexEpoch();
+  changesBefore = source->OwnChanges();
+  static_cast<void>(source->file.ChangedByOthers());  // what was before does not count
+}
+
+// What anybody wrote to the source meanwhile, the caller's progress function included, would be
+// lost.
+bool Rebuild::IsStateAsNoted() {
+  return (source->IndexEpoch() == epochBefore && source->OwnChanges() == changesBefore &&
+          !source->file.ChangedByOthers()) ||
+         Fail(Error::kRefused);
 }
 
 // The map is what is carried. It must have all that the directory has, but for names that were
 // taken out by request: a map that was never read, or has been overtaken by another handle on the
-// file, would lose streams.
+// file, would lose streams. And it must lead where a map that is read anew would lead.
 bool Rebuild::Survey() {
   const std::uint32_t firstDirectory = source->directory.FirstOffset();
   const std::uint32_t reservedEnd =
       DirectoryBlock::SlotOffset(firstDirectory, source->directory.ReservedSlotCount());
-  return VisitSlots(*source, [&](const tag_aoStream& header, const tag_aoStreamOffset& locator) {
-    return SurveySlot(
-        header, locator.headerOffset,
-        locator.directoryOffset == firstDirectory && locator.headerOffset < reservedEnd);
-  });
+  return VisitSlots(*source,
+                    [&](const tag_aoStream& header, const tag_aoStreamOffset& locator) {
+                      return SurveySlot(header, locator.headerOffset,
+                                        locator.directoryOffset == firstDirectory &&
+                                            locator.headerOffset < reservedEnd);
+                    }) &&
+         (awaited.empty() || Fail(Error::kRefused));
 }
 
 bool Rebuild::SurveySlot(const tag_aoStream& header, std::uint32_t headerOffset, bool reserved) {
@@ -98,21 +117,30 @@ bool Rebuild::SurveySlot(const tag_aoStream& header, std::uint32_t headerOffset,
     ++report.hidden;
   } else if (mapped.headerOffset != headerOffset) {
     ++report.hidden;
-  } else if (reserved) {
-    ++report.reserved;
+    awaited.insert(header.name);  // hidden by a later one, which is the map's
+  } else {
+    awaited.erase(header.name);
+    if (reserved) ++report.reserved;
   }
   return true;
 }
 
 bool Rebuild::CarryAll(const StoragePointer& target) {
   TreeCopy copy(*source, TreeCopy::Goal::kFresh, &seal);
-  return VisitMap(*source, [&](const char* name) { return CarryRoot(name, copy, target); });
+  for (const std::string& name : NamesOf(*source)) {
+    if (!CarryRoot(name.c_str(), copy, target)) return false;
+  }
+  return true;
 }
 
 bool Rebuild::CarryRoot(const char* name, TreeCopy& copy, const StoragePointer& target) {
-  const CountedStream stream(RootStreams(source).Open(name, kReadFlags).release());
-  if (stream == nullptr) return false;
-  if (!HasName(stream->Header(), name)) return Fail(Error::kNotFound);  // another handle's doing
+  std::unique_ptr<StreamCore> opened = RootStreams(source).Open(name, kReadFlags);
+  if (opened == nullptr) return false;
+  if (!HasName(opened->Header(), name)) {  // another handle's doing
+    source->openStreams.Close(name);
+    return Fail(Error::kNotFound);
+  }
+  const CountedStream stream(opened.release());
   const bool isFolder = stream->IsFolder();
   const std::unique_ptr<StreamCore> twin =
       RootStreams(target).Create(name, PackKind(isFolder), kWriteFlags, false);

@@ -2,8 +2,12 @@
 #ifndef AOSTORAGE_MAINTENANCE_REBUILD_H_
 #define AOSTORAGE_MAINTENANCE_REBUILD_H_
 
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <set>
 #include <string>
+#include <utility>
 
 #include <aostorage/types.h>
 
@@ -21,7 +25,11 @@ class Rebuild {
   Rebuild(StoragePointer ofSource, const RebuildProgress& follower)
       : source(std::move(ofSource)), seal(report, follower) {}
 
-  Replacement::Outcome Run(const std::string& path);
+  enum class Where {
+    kInPlace,  // the path must lead to the source
+    kAnywhere,
+  };
+  Replacement::Outcome Run(const std::string& path, Where where);
 
  private:
   // Seals what is carried, counts it and tells the caller.
@@ -37,6 +45,8 @@ class Rebuild {
     const RebuildProgress& progress;
   };
 
+  void NoteState();
+  [[nodiscard]] bool IsStateAsNoted();
   [[nodiscard]] bool Survey();
   [[nodiscard]] bool SurveySlot(const tag_aoStream& header, std::uint32_t headerOffset,
                                 bool reserved);
@@ -47,6 +57,9 @@ class Rebuild {
   StoragePointer source;
   RebuildReport report;
   Carried seal;
+  std::uint64_t epochBefore = 0, changesBefore = 0;
+  // Names that were met in a slot which is not the map's, until the map's is met.
+  std::set<std::string, std::less<>> awaited;
 };
 
 }  // namespace aostorage::detail

@@ -16,8 +16,9 @@ using Outcome = detail::Replacement::Outcome;
 namespace {
 
 Outcome RunRebuild(const detail::StoragePointer& source, const std::string& path,
-                   const RebuildProgress& progress) {
-  return Guarded(Outcome::kNothingReplaced, [&] { return Rebuild(source, progress).Run(path); });
+                   Rebuild::Where where, const RebuildProgress& progress) {
+  return Guarded(Outcome::kNothingReplaced,
+                 [&] { return Rebuild(source, progress).Run(path, where); });
 }
 
 bool IsUsablePath(const char* path) {
@@ -36,7 +37,7 @@ aoStorage* aoStorage::Recreate(aoStorage* storage, const char* path,
   if (!IsUsablePath(path)) return storage;
   return Guarded(storage, [&] {
     const std::string target(path);  // the pointer may be into the storage that ends here
-    const Outcome outcome = RunRebuild(storage->core, target, progress);
+    const Outcome outcome = RunRebuild(storage->core, target, Rebuild::Where::kAnywhere, progress);
     if (outcome == Outcome::kNothingReplaced) return storage;
     // Opened while the old object still has its memory: the caller tells success by the pointer.
     aoStorage* const rebuilt =
@@ -52,7 +53,7 @@ int aoStorage::Recreate(const char* path, const RebuildProgress& progress) {
   aoStorage* storage = Open(path, kReadFlags, 0);
   if (storage == nullptr) return 0;
   const Outcome outcome = Guarded(Outcome::kNothingReplaced, [&] {
-    return RunRebuild(storage->core, storage->core->path, progress);
+    return RunRebuild(storage->core, storage->core->path, Rebuild::Where::kInPlace, progress);
   });
   storage->Release();
   return outcome == Outcome::kReplaced ? 1 : 0;

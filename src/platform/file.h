@@ -43,7 +43,6 @@ class File {
   enum class Access {
     kRead,           // an existing file
     kReadWrite,      // an existing file
-    kCreate,         // a file that is made if it is not there, for reading and writing
     kCreateNew,      // a file that must not be there yet, for reading and writing
     kCreatePrivate,  // as kCreateNew, and nobody else's to open
   };

@@ -23,8 +23,6 @@ int OpenFlags(File::Access access) {
       return kAlways | O_RDONLY;
     case File::Access::kReadWrite:
       return kAlways | O_RDWR;
-    case File::Access::kCreate:
-      return kAlways | O_RDWR | O_CREAT;
     case File::Access::kCreateNew:
     case File::Access::kCreatePrivate:
       return kAlways | O_RDWR | O_CREAT | O_EXCL;

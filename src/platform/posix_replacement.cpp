@@ -2,22 +2,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
 
 #include "platform/posix_support.h"
 #include "platform/replacement.h"
 
 namespace aostorage::detail {
 namespace {
-
-constexpr int kMostLinks = 40;
-constexpr mode_t kModeBits = 07777;
-
-std::string DirectoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
 
 // A name that was put into a directory, or taken out, has reached the disk. Not every file system
 // can do that for a directory, and none loses a whole file over it: there is nothing to report.
@@ -29,13 +19,9 @@ void SyncDirectory(const std::string& directory) {
   posix::Close(descriptor);
 }
 
-FileIdentity IdentityOf(const struct stat& status) {
-  return {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)};
-}
-
-// Copies by the kernel as far as it can. `done` receives how far that is.
+// Copies by the kernel from `done` on as far as it can.
 void CopyInKernel(const File& from, const File& to, std::uint64_t size, std::uint64_t& done) {
-  for (done = 0; done < size;) {
+  while (done < size) {
     auto fromOffset = static_cast<off_t>(done);
     auto toOffset = fromOffset;
     const ssize_t copied = posix::Repeated([&] {
@@ -47,9 +33,17 @@ void CopyInKernel(const File& from, const File& to, std::uint64_t size, std::uin
   }
 }
 
+// The first bytes of a file, without which nothing takes it for what it is.
+constexpr std::size_t kHeadSize = 24;
+using Head = std::array<std::uint8_t, kHeadSize>;
+
+// The head goes first and comes last, so that a file that was copied in part is never taken for a
+// whole one.
 bool CopyContent(File& from, File& to) {
   const std::uint64_t size = from.KnownSize();
-  std::uint64_t done = 0;
+  Head head{};
+  if (!to.WriteAt(0, head.data(), head.size()) || !to.Sync()) return false;
+  std::uint64_t done = kHeadSize;
   CopyInKernel(from, to, size, done);
   std::array<std::uint8_t, 32768> piece;
   while (done < size) {
@@ -58,48 +52,25 @@ bool CopyContent(File& from, File& to) {
       return false;
     done += count;
   }
-  return to.SetSize(size) && to.Sync();
+  if (!to.SetSize(size) || !to.Sync()) return false;
+  return from.ReadExactlyAt(0, head.data(), head.size()) &&
+         to.WriteAt(0, head.data(), head.size()) && to.Sync();
 }
 
 }  // namespace
 
-bool Replacement::Look(const std::string& path, Standing& found) {
-  found = {};
-  found.path = path;
-  for (int links = 0; links <= kMostLinks; ++links) {
-    struct stat status {};
-    if (posix::Status(found.path.c_str(), &status) < 0)
-      return errno == ENOENT || posix::FailWithErrno();
-    if (!S_ISLNK(status.st_mode)) {
-      found.exists = true;
-      found.identity = IdentityOf(status);
-      found.mode = status.st_mode & kModeBits;
-      found.user = status.st_uid;
-      found.group = status.st_gid;
-      found.hasOtherNames = status.st_nlink > 1;
-      return S_ISREG(status.st_mode) || Fail(Error::kNotAStorage);
-    }
-    std::array<char, PATH_MAX> text;
-    const ssize_t size = posix::ReadLink(found.path.c_str(), text.data(), text.size());
-    if (size < 0) return posix::FailWithErrno();
-    const std::string link(text.data(), static_cast<std::size_t>(size));
-    found.path = link.front() == '/' ? link : DirectoryOf(found.path) + "/" + link;
-  }
-  return Fail(Error::kBadArgument, ELOOP);
-}
-
 bool Replacement::Aim(const std::string& path) {
   temporaryPath = path + "_tmp";
-  temporaryDirectory = DirectoryOf(temporaryPath);
-  if (!Look(path, goal)) return false;
-  goalDirectory = DirectoryOf(goal.path);
+  temporaryDirectory = posix::DirectoryOf(temporaryPath);
+  if (!Standing::Look(path, goal)) return false;
+  goalDirectory = posix::DirectoryOf(goal.path);
   return true;
 }
 
 File Replacement::MakeTemporary(const FileIdentity& source) {
   struct stat status {};
   if (posix::Status(temporaryPath.c_str(), &status) == 0) {
-    const FileIdentity there = IdentityOf(status);
+    const FileIdentity there = posix::IdentityOf(status);
     if (!S_ISREG(status.st_mode) || there == source || (goal.exists && there == goal.identity))
       return Fail(Error::kRefused), File();
     // Another name of that file is none of ours: a new file is made instead of emptying this one.
@@ -108,24 +79,29 @@ File Replacement::MakeTemporary(const FileIdentity& source) {
   File file = File::Open(temporaryPath,
                          goal.exists ? File::Access::kCreatePrivate : File::Access::kCreateNew);
   made = file.IsOpen();
+  temporaryIdentity = file.Identity();
   return file;
 }
 
-void Replacement::Discard() {
-  if (made) File::Delete(temporaryPath);
-  made = false;
-}
-
-// Whoever put another file there meanwhile must not see it put in place.
-bool Replacement::IsStillThere(const File& temporary) const {
+// Whoever put another file there meanwhile must neither lose it nor see it put in place.
+bool Replacement::IsStillThere() const {
   struct stat status {};
   if (posix::Status(temporaryPath.c_str(), &status) < 0) return posix::FailWithErrno();
-  return IdentityOf(status) == temporary.Identity() || Fail(Error::kRefused);
+  return posix::IdentityOf(status) == temporaryIdentity || Fail(Error::kRefused);
 }
 
-Replacement::Outcome Replacement::PutInPlace(File& temporary) {
+Replacement::~Replacement() {
+  if (!made) return;
+  struct stat status {};
+  if (posix::Status(temporaryPath.c_str(), &status) == 0 &&
+      posix::IdentityOf(status) == temporaryIdentity) {
+    File::Delete(temporaryPath);
+  }
+}
+
+Replacement::Outcome Replacement::PutInPlace(File& temporary, bool mayCopyOver) {
   Standing old;
-  if (!Look(goal.path, old) || !IsStillThere(temporary)) return Outcome::kNothingReplaced;
+  if (!Standing::Look(goal.path, old) || !IsStillThere()) return Outcome::kNothingReplaced;
   if (old.path != goal.path || old.exists != goal.exists || !(old.identity == goal.identity))
     return Fail(Error::kRefused), Outcome::kNothingReplaced;  // it is another file by now
   bool inOneStep = !old.hasOtherNames;
@@ -136,8 +112,10 @@ Replacement::Outcome Replacement::PutInPlace(File& temporary) {
     const bool sameOwner = status.st_uid == old.user && status.st_gid == old.group;
     if (!sameOwner && posix::ChangeOwner(temporary.Descriptor(), old.user, old.group) < 0)
       inOneStep = false;
-    if (posix::ChangeMode(temporary.Descriptor(), static_cast<mode_t>(old.mode)) < 0)
+    // Not for a copy: another owner's group is none of the old file's business.
+    if (inOneStep && posix::ChangeMode(temporary.Descriptor(), static_cast<mode_t>(old.mode)) < 0) {
       return posix::FailWithErrno(), Outcome::kNothingReplaced;
+    }
   }
   if (!temporary.Sync()) return Outcome::kNothingReplaced;
   if (inOneStep) {
@@ -149,6 +127,7 @@ Replacement::Outcome Replacement::PutInPlace(File& temporary) {
     // Another file system, or a file that something is mounted on.
     if (errno != EXDEV && errno != EBUSY) return posix::FailWithErrno(), Outcome::kNothingReplaced;
   }
+  if (!mayCopyOver) return Fail(Error::kRefused), Outcome::kNothingReplaced;
   return CopyOver(temporary, old);
 }
 

@@ -3,7 +3,10 @@
 #define AOSTORAGE_PLATFORM_POSIX_SUPPORT_H_
 
 #include <cerrno>
+#include <cstdint>
+#include <string>
 
+#include "platform/file.h"
 #include "platform/last_error.h"
 #include "platform/posix_calls.h"
 
@@ -53,6 +56,17 @@ auto Repeated(Call call) {
   return result;
 }
 
+inline FileIdentity IdentityOf(const struct stat& status) {
+  return {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)};
+}
+
+// The directory that a path's last name is in.
+inline std::string DirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
 // An open descriptor, or -1 with the reason noted. It is never one of the standard streams'
 // numbers, even when the caller closed those.
 inline int OpenAboveStandardStreams(const char* path, int flags, mode_t mode) {
@@ -61,7 +75,10 @@ inline int OpenAboveStandardStreams(const char* path, int flags, mode_t mode) {
   if (descriptor < 0) return FailWithErrno(), -1;
   if (descriptor >= kFirstFree) return descriptor;
   const int moved = DuplicateAbove(descriptor, kFirstFree);
-  if (moved < 0) FailWithErrno();
+  if (moved < 0) {
+    FailWithErrno();
+    if ((flags & O_EXCL) != 0) Unlink(path);  // this call has made it
+  }
   Close(descriptor);
   return moved;
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/file.h"
+#include "platform/standing.h"
 
 namespace aostorage::detail {
 
@@ -16,7 +17,7 @@ namespace aostorage::detail {
 //
 // The temporary file goes with this object unless it was put in place. Only where one step is not
 // possible is the content copied over; a copy that fails leaves the temporary file where it is,
-// since it is then the only whole one.
+// since it is then the only whole one, and no file that could be taken for a storage at the path.
 class Replacement {
  public:
   enum class Outcome {
@@ -28,7 +29,7 @@ class Replacement {
   Replacement() = default;
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
-  ~Replacement() { Discard(); }
+  ~Replacement();
 
   // Looks at what stands at the path. False for anything but a regular file or nothing.
   [[nodiscard]] bool Aim(const std::string& path);
@@ -37,27 +38,20 @@ class Replacement {
   File MakeTemporary(const FileIdentity& source);
   // Flushes the temporary file to the disk and puts it in place, unless another file than that of
   // Aim came to stand there.
-  Outcome PutInPlace(File& temporary);
-  void Discard();
+  // Without `mayCopyOver` only in one step.
+  Outcome PutInPlace(File& temporary, bool mayCopyOver);
 
   const std::string& TemporaryPath() const { return temporaryPath; }
+  // What Aim found at the path.
+  const Standing& Goal() const { return goal; }
 
  private:
-  // What stands at a path, or at the end of the links that begin there.
-  struct Standing {
-    std::string path;
-    bool exists = false;
-    FileIdentity identity;
-    unsigned mode = 0, user = 0, group = 0;
-    bool hasOtherNames = false;
-  };
-
-  [[nodiscard]] static bool Look(const std::string& path, Standing& found);
-  [[nodiscard]] bool IsStillThere(const File& temporary) const;
+  [[nodiscard]] bool IsStillThere() const;
   Outcome CopyOver(File& temporary, const Standing& old);
 
   // All that takes memory is there before anything is put in place.
   std::string temporaryPath, temporaryDirectory, goalDirectory;
+  FileIdentity temporaryIdentity;
   Standing goal;
   bool made = false;
 };

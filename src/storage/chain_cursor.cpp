@@ -34,6 +34,7 @@ bool ChainCursor::Skip(File& file, std::uint32_t distance) {
 
 bool ChainCursor::Step(File& file) {
   block = header.nextBlock;
+  ++steps;
   blockOffset = 0;
   loaded = false;
   return (guard.Pass(block) && file.Holds(position)) || Fail(Error::kDamaged);

@@ -23,6 +23,7 @@ struct ChainCursor {
   std::uint32_t blockOffset =
       0;  // next byte, from the block's first byte; below 20: its first data byte
   std::uint32_t position = 0;  // data bytes of the stream before the cursor
+  std::uint32_t steps = 0;     // blocks left behind on the way here
   bool loaded = false;
   BlockHeader header;
   CycleGuard guard;

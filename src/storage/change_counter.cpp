@@ -34,6 +34,13 @@ ChangeCounter::ChangeCounter(const FileIdentity& file) {
   seen = shared->load();
 }
 
+long ChangeCounter::HoldersOf(const FileIdentity& file) {
+  Counters& counters = AllCounters();
+  const std::lock_guard<std::mutex> lock(counters.mutex);
+  const auto found = counters.byFile.find(file);
+  return found == counters.byFile.end() ? 0 : found->second.use_count();
+}
+
 void ChangeCounter::CountOwn() {
   // A single holder has nobody to tell.
   if (shared == nullptr || shared.use_count() == 1) return;

@@ -21,6 +21,8 @@ class ChangeCounter {
   void CountOwn();
   // Whether another object has written since the last call.
   bool OthersWrote();
+  // How many objects stand on the file.
+  static long HoldersOf(const FileIdentity& file);
 
  private:
   std::shared_ptr<std::atomic<std::uint64_t>> shared;

@@ -43,6 +43,8 @@ class SharedStream {
   const tag_aoStream& OnDisk() const { return onDisk; }
   void SetOnDisk(const tag_aoStream& header) noexcept;
 
+  // Opened by the place of its header, outside the directory: nobody knows the folders around it.
+  bool placeAlone = false;
   std::vector<StreamCore*> objects;    // those open on it
   std::unique_ptr<FolderIndex> index;  // of a folder, once a scan has begun
   std::uint64_t indexEpoch = 0;        // see StorageCore::IndexEpoch

@@ -127,6 +127,7 @@ bool aoStorage::RemoveStream(const char* name) {
     if (!detail::IsUsableName(name)) return false;
     if (!core->streamMap.Has(name)) return Fail(Error::kNotFound);
     core->droppedNames.insert(name);
+    core->CountOwnChange();
     return core->streamMap.Remove(name);
   });
 }

@@ -36,17 +36,17 @@ class StorageCore {
   // --- Writing. Every write to the file goes through here, or is counted like TakeOrdinarySlot
   // does, so that other storage objects on it notice.
   [[nodiscard]] bool Write(std::uint64_t offset, const void* data, std::size_t count) {
-    changes.CountOwn();
+    CountOwnChange();
     return file.WriteAt(offset, data, count);
   }
   [[nodiscard]] bool Write(std::uint64_t offset, const Stretch* stretches,
                            std::size_t stretchCount) {
-    changes.CountOwn();
+    CountOwnChange();
     return file.WriteAt(offset, stretches, stretchCount);
   }
   [[nodiscard]] bool WriteHeader(const HeaderPlace& place, std::size_t from,
                                  const std::uint8_t* bytes, std::size_t count) {
-    changes.CountOwn();
+    CountOwnChange();
     return place.Write(file, from, bytes, count);
   }
 
@@ -55,8 +55,15 @@ class StorageCore {
   std::optional<FreeSlot> TakeOrdinarySlot() {
     if (directoryEpoch != IndexEpoch()) directory.Forget();
     directoryEpoch = indexEpoch;
-    changes.CountOwn();
+    CountOwnChange();
     return directory.TakeOrdinary(file, tailOffset);
+  }
+
+  // How often this storage object has changed the file, or dropped a name.
+  std::uint64_t OwnChanges() const { return ownChanges; }
+  void CountOwnChange() {
+    ++ownChanges;
+    changes.CountOwn();
   }
 
   // --- What folder indexes were made under. A change by somebody else ends all of them at once.
@@ -89,6 +96,7 @@ class StorageCore {
   std::set<std::string, std::less<>> droppedNames;  // taken out of the map by request
 
  private:
+  std::uint64_t ownChanges = 0;
   std::uint64_t indexEpoch = 0;
   std::uint64_t directoryEpoch = 0;
 };

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/last_error.h"
+#include "platform/standing.h"
 
 namespace aostorage::detail {
 namespace {
@@ -77,9 +78,11 @@ StoragePointer CreateStorageIn(const std::string& fileName, File file,
 
 namespace {
 
-// Makes the file, which must not be there. One that cannot be made a storage is taken away again.
-StoragePointer CreateNew(const std::string& fileName, std::uint32_t defaultBlockSize) {
-  File file = File::Open(fileName, File::Access::kCreateNew);
+// Makes the file, which must not be there, at `place`. One that cannot be made a storage is taken
+// away again.
+StoragePointer CreateNew(const std::string& fileName, const std::string& place,
+                         std::uint32_t defaultBlockSize) {
+  File file = File::Open(place, File::Access::kCreateNew);
   if (!file.IsOpen()) return nullptr;
   StoragePointer storage;
   try {
@@ -87,18 +90,24 @@ StoragePointer CreateNew(const std::string& fileName, std::uint32_t defaultBlock
   } catch (const std::bad_alloc&) {
     Fail(Error::kNoMemory);
   }
-  if (storage == nullptr) File::Delete(fileName);
+  if (storage == nullptr) File::Delete(place);
   return storage;
 }
 
-// Makes a file that is not there, or opens what came to stand there meanwhile: a file of somebody
-// who was faster, or one behind a symbolic link that led nowhere. `made` receives a storage in a
+// Makes a file that is not there, also at the end of a symbolic link that led nowhere, or opens
+// what came to stand there meanwhile, of somebody who was faster. `made` receives a storage in a
 // file of this call.
 File CreateOrOpen(const std::string& fileName, std::uint32_t defaultBlockSize,
                   StoragePointer& made) {
-  made = CreateNew(fileName, defaultBlockSize);
+  made = CreateNew(fileName, fileName, defaultBlockSize);
   if (made != nullptr || LastError() != Error::kExists) return {};
-  return File::Open(fileName, File::Access::kCreate);
+  Standing end;
+  if (!Standing::Look(fileName, end)) return {};
+  if (!end.exists) {
+    made = CreateNew(fileName, end.path, defaultBlockSize);
+    if (made != nullptr || LastError() != Error::kExists) return {};
+  }
+  return File::Open(fileName, File::Access::kReadWrite);
 }
 
 }  // namespace

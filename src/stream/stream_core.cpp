@@ -18,6 +18,8 @@ StreamCore::StreamCore(std::shared_ptr<StorageCore> openStorage, const tag_aoStr
       cursor(ChainCursor::AtStart(record.firstBlock)),
       directoryGuard(offset.directoryOffset) {
   Join(sharing);
+  if (shared != nullptr && shared->Parent() == nullptr)
+    shared->placeAlone = offset.directoryOffset == 0;
 }
 
 StreamCore::StreamCore(StreamCore& folder, const tag_aoStream& record, HeaderPlace recordPlace,
@@ -79,6 +81,12 @@ bool StreamCore::IsInside(const StreamCore& other) const {
     if (other.IsRecordAt(*this, around->HeaderOffset())) return true;
   }
   return false;
+}
+
+bool StreamCore::KnowsItsFolders() const {
+  const SharedStream* top = shared.get();
+  while (top != nullptr && top->Parent() != nullptr) top = top->Parent();
+  return top != nullptr && !top->placeAlone;
 }
 
 bool StreamCore::MayChange() const {

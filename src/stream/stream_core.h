@@ -79,6 +79,8 @@ class StreamCore {
   bool IsOn(const StreamCore& other) const { return IsRecordAt(other, other.locator.headerOffset); }
   // Whether this stream is inside the other one, at any depth, as far as its folders are known.
   bool IsInside(const StreamCore& other) const;
+  // Whether the folders around it are known, up to the root.
+  bool KnowsItsFolders() const;
   // What was remembered of a folder's records may not be so any more.
   void ForgetIndex() {
     if (shared != nullptr) shared->index.reset();

@@ -133,19 +133,24 @@ TEST_F(FolderCopy, RefusesWhatWouldRunIntoItselfAndWritesNothing) {
 }
 
 // A folder that was opened by its place in the file does not know the folders around it.
-TEST_F(FolderCopy, EndsWhereTheGoalLiesInsideTheSourceUnseen) {
+TEST_F(FolderCopy, RefusesFoldersOfOneFileThatMayLieInsideEachOtherUnseen) {
   const Storage storage = Create();
-  Plant(*storage, {"s/", "s/a=1", "s/in/", "s/in/goal/", "s/z=2"});
-  const Stream in = OpenPath(*storage, "s/in");
-  tag_aoStream header;
-  tag_aoStreamOffset place;
-  ASSERT_TRUE(in->FindStream("goal", header, place));
-  const Stream s = OpenPath(*storage, "s");
-  const Stream goal(storage->OpenStreamByOffset(place, "goal", kWriteFlags));
-  ASSERT_TRUE(s && goal);
-  EXPECT_FALSE(s->CopyFolder(goal.get()));
-  EXPECT_EQ(TreeOf(Image(), "s/in/goal"), (TreeText{"a=1", "in/", "z=2"}));
-  EXPECT_EQ(CheckFile(path), "");
+  Plant(*storage, {"s/", "s/a=1", "s/in/", "s/in/a/", "s/in/x=2"});
+  const auto byPlace = [&](const char* parent, const char* name) {
+    tag_aoStream header;
+    tag_aoStreamOffset place;
+    EXPECT_TRUE(OpenPath(*storage, parent)->FindStream(name, header, place));
+    return Stream(storage->OpenStreamByOffset(place, name, kWriteFlags));
+  };
+  const Stream s = OpenPath(*storage, "s"), in = byPlace("s", "in");
+  const Stream below(in->OpenStream("a", kWriteFlags));
+  const Bytes before = File();
+  EXPECT_FALSE(s->CopyFolder(below.get()));
+  EXPECT_FALSE(in->CopyFolder(s.get()));  // would replace the folder that it reads
+  EXPECT_EQ(File(), before);
+  const Storage other(aoStorage::Create(otherPath.c_str(), 0, 0));
+  Plant(*other, {"d/"});
+  EXPECT_TRUE(in->CopyFolder(OpenPath(*other, "d").get()));
 }
 
 TEST_F(FolderCopy, GoesOnBehindWhatItCannotOpen) {
@@ -176,7 +181,10 @@ TEST_F(FolderCopy, TakesFromADamagedSourceWhatIsWhole) {
       {"magic of a slot", bad.recordOffset, 0, {"a=1", "f/", "f/x=1", "z=3"}},
       {"magic of a block", bad.firstBlock, 1, {"a=1", "bad=", "f/", "f/x=1", "z=3"}},
       {"length above the chain", bad.recordOffset + 68U, 50, {"a=1", "bad=", "f/", "f/x=1", "z=3"}},
-      {"length above the file", bad.recordOffset + 68U, 0x7FFFFFFF, {"a=1", "bad="}},
+      {"length above the file",
+       bad.recordOffset + 68U,
+       0x7FFFFFFF,
+       {"a=1", "bad=", "f/", "f/x=1", "z=3"}},
       {"a folder's block", inner.firstBlock, 1, {"a=1", "bad=22", "f/", "z=3"}},
       {"a folder in itself",
        inner.recordOffset + 76U,
@@ -213,6 +221,9 @@ TEST_F(FolderCopy, OfOneChainUnderManyNamesEndsSoon) {
   Plant(*other, {"d/"});
   EXPECT_FALSE(Copy(*storage, *other));
   EXPECT_LT(ReadFile(otherPath).size(), 1000000U);
+  Plant(*storage, {"d/"});
+  EXPECT_FALSE(Copy(*storage, *storage));  // where each copy makes the source's file longer
+  EXPECT_LT(File().size(), 1000000U);
 }
 
 TEST_F(FolderCopy, KeepsTheGoalReadableWhateverFails) {

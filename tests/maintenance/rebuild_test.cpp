@@ -199,9 +199,22 @@ TEST_F(Rebuild, OfAFileWithTwoNamesReplacesWhatBothLeadTo) {
   EXPECT_EQ(watch.Count(Call::kRename), 0U);
   EXPECT_GE(watch.Count(Call::kCopy), 1U);
   EXPECT_EQ(StatusOf(path).st_ino, StatusOf(second).st_ino);
+  EXPECT_EQ(ReadFile(second), File());
   EXPECT_EQ(TreeOf(Image()), (TreeText{"a=1"}));
   EXPECT_EQ(Image().orphanedBytes, 0U);
   EXPECT_FALSE(Exists(path + "_tmp"));
+}
+
+// What another storage object knows of the blocks would be wrong in the copied content.
+TEST_F(Rebuild, DoesNotCopyOverAFileThatAnotherObjectHasOpen) {
+  { Plant(*Create(), {"gone=0", "a=1", "-gone"}); }
+  ASSERT_EQ(::link(path.c_str(), dir.File("second").c_str()), 0);
+  const Bytes before = File();
+  opened = Open();
+  EXPECT_EQ(aoStorage::Recreate(path.c_str()), 0);
+  EXPECT_EQ(File(), before);
+  EXPECT_FALSE(Exists(path + "_tmp"));
+  EXPECT_TRUE(Recreate(opened, path));
 }
 
 TEST_F(Rebuild, WritesOverAStaleTemporaryFileAndNothingBehindIt) {
@@ -261,6 +274,13 @@ const Refusal kRefusals[] = {
      [](Rebuild& t) { t.Patch(t.Raw("f").blocks[0].offset + 16, 0); }},
     {"a count word above the slots", [](Rebuild& t) { t.Patch(t.Raw("f").firstBlock + 20, 3); }},
     {"a negative count word", [](Rebuild& t) { t.Patch(t.Raw("f").firstBlock + 20, 0x80000001); }},
+    {"a folder without a length that cannot be read",
+     [](Rebuild& t) {
+       ASSERT_TRUE(OpenPath(*t.opened, "f/g")->Erase());
+       t.Patch(t.Raw("f/g").firstBlock, 0);
+     }},
+    {"a name that a later slot has on disk",
+     [](Rebuild& t) { ASSERT_TRUE(OpenPath(*t.opened, "a")->Rename("big")); }, false},
     {"a folder in itself",
      [](Rebuild& t) { t.Patch(t.Raw("f/g").recordOffset + 76U, t.Raw("f").firstBlock); }},
     {"one chain in two streams, with more bytes than the file has",
@@ -302,8 +322,11 @@ TEST_F(Rebuild, DoesNotReplaceWhatOthersChangedMeanwhile) {
   { Plant(*Create(), {"a=1"}); }
   const Bytes sound = File();
   const std::function<void()> changes[] = {
-      [&] { Plant(*Open(), {"b=2"}); },  // in this process
-      [&] {                              // in another one; in the same tick of the clock, perhaps
+      [&] { Plant(*Open(), {"b=2"}); },  // through another storage object
+      [&] { OpenPath(*opened, "a")->Write("9", 1); },
+      [&] { opened->RemoveStream("a"); },
+      [&] { aoStorage::Recreate(path.c_str()); },  // takes the temporary file away, too
+      [&] {  // in another one; in the same tick of the clock, perhaps
         PatchFile32(path, Raw("a").firstBlock + 12, 5);
         std::filesystem::last_write_time(
             path, std::filesystem::last_write_time(path) + std::chrono::seconds(2));

@@ -99,7 +99,11 @@ class Rebuilding {
     aostorage::ClearLastError();
     // In its own place by the path: the result of the other form may be a new object at the old
     // one's address, and would not tell a rebuilt store from an untouched one.
-    if (!options.output) return aostorage::aoStorage::Recreate(path.c_str(), follow) == 1;
+    // The library copies over no file that a further object has open.
+    if (!options.output) {
+      storage.reset();
+      return aostorage::aoStorage::Recreate(path.c_str(), follow) == 1;
+    }
     storage.reset(aostorage::aoStorage::Recreate(storage.release(), path.c_str(), follow));
     return storage && storage->GetPath() == path;
   }
@@ -112,7 +116,7 @@ class Rebuilding {
                        "; the whole new store stands at '" + Shown(temporary) + "'";
       return failure;
     }
-    if (!storage) {
+    if (options.output && !storage) {
       failure.reason = "the new store is in place, but does not open: " + failure.reason;
       return failure;
     }
@@ -133,6 +137,8 @@ class Rebuilding {
 
   // The library tells what is wrong, this tells where: the first stream that cannot be read.
   Result FindDamage() {
+    if (!storage) storage.reset(aostorage::aoStorage::Open(path.c_str(), aostorage::kReadFlags, 0));
+    if (!storage) return {};
     std::uint64_t items = 0;
     std::uint64_t bytes = 0;
     Transfer transfer([&](std::uint64_t size) {
