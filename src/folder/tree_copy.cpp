@@ -32,7 +32,8 @@ void TreeCopy::CopyPlain(StreamCore& from, StreamCore* to) {
     Witnessed(from.Header(), nullptr, 0);
     return;
   }
-  bool copied = whole.Read(from);
+  bool copied =
+      goal == Goal::kNone ? whole.ReadHead(from, CopyWitness::kHeadSize) : whole.Read(from);
   bytesMet += std::uint64_t{from.Cursor().position} + from.Cursor().steps * BlockHeader::kSize;
   if (!HasRoom()) return;
   if (copied && to != nullptr) {

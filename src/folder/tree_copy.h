@@ -15,8 +15,11 @@ namespace aostorage::detail {
 class CopyWitness {
  public:
   virtual ~CopyWitness() = default;
-  // A stream was read whole and its copy is complete; of a folder: it is entered. `data` has the
-  // bytes of a plain stream. False ends the copy as failed.
+  // What is surely at `data` of a plain stream of that length or a longer one.
+  static constexpr std::uint32_t kHeadSize = 64;
+
+  // A plain stream of `size` bytes was read whole and its copy is complete, or a folder is entered.
+  // False ends the copy as failed.
   virtual bool Copied(const tag_aoStream& header, const std::uint8_t* data, std::uint32_t size) = 0;
   // Everything in the folder entered last has been met.
   virtual void LeftFolder() = 0;
@@ -30,7 +33,7 @@ class TreeCopy {
   enum class Goal {
     kMerge,  // a child of the same name in the destination is the counterpart
     kFresh,  // the destination is new: every child is created, also the second one of a name
-    kNone,   // nothing is written, the source is read alone; destinations are null
+    kNone,   // nothing is written; of plain streams the head is read, and whether the rest is there
   };
 
   TreeCopy(StorageCore& ofSource, Goal copyGoal, CopyWitness* follower = nullptr)

@@ -9,8 +9,8 @@
 
 namespace aostorage::detail {
 
-// A sum over a tree as a copy met it: names, kinds, contents, and what lies in what. It guards
-// against mistakes and broken hardware, not against somebody who looks for two trees with one sum.
+// One number for a tree as a copy met it: names, kinds, lengths, how each content begins, and what
+// lies in what. It guards against mistakes, not against somebody who looks for two such trees.
 class CopySeal : public CopyWitness {
  public:
   bool Copied(const tag_aoStream& header, const std::uint8_t* data, std::uint32_t size) override;

@@ -4,8 +4,17 @@
 #include <cstring>
 
 #include "platform/file.h"
+#include "platform/last_error.h"
 
 namespace aostorage::detail {
+
+template <typename Part>
+void WriteWindow::EachPart(std::uint64_t offset, std::size_t count, Part part) {
+  const std::size_t at = (head + static_cast<std::size_t>(offset - start)) % kCapacity;
+  const std::size_t first = std::min(count, kCapacity - at);
+  part(ring.get() + at, first);
+  if (count > first) part(ring.get(), count - first);
+}
 
 bool WriteWindow::Write(File& file, std::uint64_t offset, const Stretch* stretches,
                         std::size_t stretchCount) {
@@ -13,50 +22,77 @@ bool WriteWindow::Write(File& file, std::uint64_t offset, const Stretch* stretch
   for (std::size_t i = 0; i < stretchCount; ++i) total += stretches[i].size;
   if (total == 0) return true;
   if (offset + total <= start) return file.WriteThrough(offset, stretches, stretchCount);
+  if (offset < start || offset > End() || total > kLargestKept) {
+    if (!Flush(file)) return false;
+    start = std::max(start, offset + total);
+    return WriteChecked(file, offset, stretches, stretchCount);
+  }
   const std::uint64_t newEnd = std::max(End(), offset + total);
-  if (offset >= start && offset <= End() && newEnd - start > kCapacity && total <= kStays) {
-    if (!HandOver(file, size - std::min(size, kStays))) return false;
+  while (newEnd - start > kCapacity) {
+    if (!HandOver(file)) return false;
   }
-  if (offset >= start && offset <= End() && newEnd - start <= kCapacity) {
-    Take(offset, stretches, stretchCount);
-    return true;
+  if (offset < start) return Write(file, offset, stretches, stretchCount);  // no more kept
+  for (std::size_t i = 0; i < stretchCount; ++i) {
+    const auto* from = static_cast<const std::uint8_t*>(stretches[i].data);
+    EachPart(offset, stretches[i].size, [&](std::uint8_t* place, std::size_t count) {
+      if (count != 0) std::memcpy(place, from, count);
+      from += count;
+    });
+    offset += stretches[i].size;
   }
-  // Too large to be kept, or across the window's border.
-  if (!Flush(file)) return false;
-  start = std::max(start, offset + total);
-  return file.WriteThrough(offset, stretches, stretchCount);
+  size = static_cast<std::size_t>(newEnd - start);
+  return true;
 }
 
 std::optional<std::size_t> WriteWindow::Read(File& file, std::uint64_t offset, void* buffer,
                                              std::size_t count) {
-  if (offset >= start) {
-    if (offset >= End()) return 0;
-    const auto skipped = static_cast<std::size_t>(offset - start);
-    count = std::min(count, size - skipped);
-    std::memcpy(buffer, bytes.get() + skipped, count);
-    return count;
+  if (offset >= End()) return 0;
+  if (offset < start) {
+    if (offset + count > start && !Flush(file)) return std::nullopt;
+    return file.ReadThrough(offset, buffer, count);
   }
-  if (offset + count > start && !Flush(file)) return std::nullopt;
-  return file.ReadThrough(offset, buffer, count);
+  count = static_cast<std::size_t>(std::min<std::uint64_t>(count, End() - offset));
+  auto* to = static_cast<std::uint8_t*>(buffer);
+  EachPart(offset, count, [&](const std::uint8_t* place, std::size_t part) {
+    std::memcpy(to, place, part);
+    to += part;
+  });
+  return count;
 }
 
-bool WriteWindow::HandOver(File& file, std::size_t count) {
-  if (count == 0) return true;
-  const Stretch front{bytes.get(), count};
-  if (!file.WriteThrough(start, &front, 1)) return false;
-  size -= count;
-  start += count;
-  std::memmove(bytes.get(), bytes.get() + count, size);
+bool WriteWindow::Flush(File& file) {
+  while (size > 0) {
+    if (!HandOver(file)) return false;
+  }
   return true;
 }
 
-void WriteWindow::Take(std::uint64_t offset, const Stretch* stretches, std::size_t stretchCount) {
-  auto at = static_cast<std::size_t>(offset - start);
+bool WriteWindow::HandOver(File& file) {
+  const Stretch piece{ring.get() + head, std::min(size, kPiece)};
+  if (!WriteChecked(file, start, &piece, 1)) return false;
+  start += piece.size;
+  size -= piece.size;
+  head = (head + kPiece) % kCapacity;
+  return true;
+}
+
+bool WriteWindow::WriteChecked(File& file, std::uint64_t offset, const Stretch* stretches,
+                               std::size_t stretchCount) {
+  if (!file.WriteThrough(offset, stretches, stretchCount)) return false;
   for (std::size_t i = 0; i < stretchCount; ++i) {
-    if (stretches[i].size != 0) std::memcpy(bytes.get() + at, stretches[i].data, stretches[i].size);
-    at += stretches[i].size;
+    const auto* written = static_cast<const std::uint8_t*>(stretches[i].data);
+    for (std::size_t left = stretches[i].size; left > 0;) {
+      const std::size_t count = std::min(left, kPiece);
+      const std::optional<std::size_t> got = file.ReadThrough(offset, readBack.get(), count);
+      if (!got) return false;
+      if (*got != count || std::memcmp(readBack.get(), written, count) != 0)
+        return Fail(Error::kInputOutput);
+      written += count;
+      offset += count;
+      left -= count;
+    }
   }
-  size = std::max(size, at);
+  return true;
 }
 
 }  // namespace aostorage::detail

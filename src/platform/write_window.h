@@ -13,32 +13,43 @@ class File;
 struct Stretch;
 
 // Takes the writes at the end of a file and hands them on in large pieces, so that a file that is
-// made from many small records costs few calls. What lies before the window is read and written in
-// the file itself. A failed hand-over is a failed write; the file is of no use then.
+// made from many small records costs few calls. Each piece is read back and compared while it is
+// still at hand. What lies before the window is read and written in the file itself. A failed
+// hand-over is a failed write; the file is of no use then.
 class WriteWindow {
  public:
   // Begins at the end of the file, `fileEnd`.
   explicit WriteWindow(std::uint64_t fileEnd)
-      : bytes(std::make_unique<std::uint8_t[]>(kCapacity)), start(fileEnd) {}
+      : ring(std::make_unique<std::uint8_t[]>(kCapacity)),
+        readBack(std::make_unique<std::uint8_t[]>(kPiece)),
+        start(fileEnd) {}
 
   [[nodiscard]] bool Write(File& file, std::uint64_t offset, const Stretch* stretches,
                            std::size_t stretchCount);
   std::optional<std::size_t> Read(File& file, std::uint64_t offset, void* buffer,
                                   std::size_t count);
-  [[nodiscard]] bool Flush(File& file) { return HandOver(file, size); }
+  [[nodiscard]] bool Flush(File& file);
 
  private:
-  // A file that is made block by block goes back to what it wrote shortly before: that much stays.
-  static constexpr std::size_t kCapacity = std::size_t{4} << 20;
-  static constexpr std::size_t kStays = std::size_t{1} << 20;
+  // A piece fits a processor's cache with what is read back of it. A file that is made block by
+  // block goes back to what it wrote shortly before: the ring holds that.
+  static constexpr std::size_t kPiece = std::size_t{256} << 10;
+  static constexpr std::size_t kCapacity = 8 * kPiece;
+  static constexpr std::size_t kLargestKept = kCapacity / 2;
 
   std::uint64_t End() const { return start + size; }
-  // Hands the first `count` bytes over and moves the window on.
-  [[nodiscard]] bool HandOver(File& file, std::size_t count);
-  void Take(std::uint64_t offset, const Stretch* stretches, std::size_t stretchCount);
+  // Calls `part` with the stretches of the ring, two at most, that stand for `count` bytes.
+  template <typename Part>
+  void EachPart(std::uint64_t offset, std::size_t count, Part part);
+  // Hands the oldest piece over and moves the window on.
+  [[nodiscard]] bool HandOver(File& file);
+  // Writes, and fails unless the file gives the same bytes back.
+  [[nodiscard]] bool WriteChecked(File& file, std::uint64_t offset, const Stretch* stretches,
+                                  std::size_t stretchCount);
 
-  std::unique_ptr<std::uint8_t[]> bytes;
-  std::uint64_t start;   // file offset of the first byte kept
+  std::unique_ptr<std::uint8_t[]> ring, readBack;
+  std::size_t head = 0;  // place in the ring of the first byte kept; a multiple of kPiece
+  std::uint64_t start;   // its file offset
   std::size_t size = 0;  // bytes kept
 };
 

@@ -1,4 +1,6 @@
 // Whole streams through one buffer.
+#include <algorithm>
+
 #include <aostorage/stream.h>
 
 #include "platform/heap.h"
@@ -14,8 +16,17 @@ using detail::StreamMaker;
 
 namespace detail {
 
-bool WholeStream::Read(StreamCore& source) {
-  size = source.Header().length;
+bool WholeStream::Read(StreamCore& source) { return ReadFirst(source, source.Header().length); }
+
+bool WholeStream::ReadHead(StreamCore& source, std::uint32_t headSize) {
+  const std::uint32_t length = source.Header().length;
+  if (!ReadFirst(source, std::min(length, headSize))) return false;
+  ChainCursor rest = source.Cursor();
+  return rest.Skip(source.Storage().file, length - size);
+}
+
+bool WholeStream::ReadFirst(StreamCore& source, std::uint32_t count) {
+  size = count;
   // A length that the file has no room for is damage, and no reason to ask for that much memory.
   if (!source.Storage().file.Holds(size)) return Fail(Error::kDamaged);
   if (size > capacity) {
