@@ -195,12 +195,18 @@ class FolderHistory : public StorageFileTest {
       case 4: {  // a new folder, over the old chain or over that of a plain stream
         for (const Object object : {kSecond, kOtherStorage}) folders[object].reset();
         ASSERT_TRUE(Remove(folders[kFirst]));
-        const bool plainBetween = Draw(2) == 0;
-        if (plainBetween) {
+        if (Draw(2) == 0) {
+          // What it leaves behind, in blocks of any room, looks like child records. The old slot
+          // is taken by another stream, so that the folder comes to where these are.
+          ASSERT_TRUE(Got(storages[0]->CreateStream(std::to_string(random()).c_str(), 0)));
+          const Bytes ghosts = FolderPayload(std::vector<Bytes>(4, StreamRecord("a", false, 0, 0)));
+          const Stream other(storages[0]->OpenOrCreateStream("other", kPlainKind));
           Stream plain(storages[0]->CreateStream("plain", kWriteFlags));
-          Append(*plain,
-                 FolderPayload({StreamRecord("a", false, 0, 0), StreamRecord("b", false, 0, 0)}));
-          Remove(plain);
+          const std::size_t piece = 1 + Draw(90);
+          for (std::size_t at = 0; at < ghosts.size(); at += piece) {
+            ASSERT_TRUE(Append(*plain, Slice(ghosts, at, piece)) && Append(*other, Bytes(1)));
+          }
+          ASSERT_TRUE(Remove(plain));
         }
         return OpenAll();
       }

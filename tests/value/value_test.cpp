@@ -61,19 +61,33 @@ TEST(StreamValues, AreTheirBytesLittleEndian) {
   EXPECT_EQ(third + fourth, "");
 }
 
-class StreamCopies : public StorageFileTest {
+TEST(StreamValues, StringsKeepTheLow16BitsOfTheirLength) {
+  for (const std::size_t size : {0U, 255U, 65535U, 65536U, 65537U}) {
+    CountingStream stream;
+    const std::string text(size, 's');
+    stream << text << std::uint16_t{0xABCD};
+    EXPECT_EQ(stream.bytes.size(), (size & 0xFFFF) + 4);
+    std::string back = "x";
+    std::uint16_t mark = 0;
+    stream >> back >> mark;
+    EXPECT_EQ(back, text.substr(0, size & 0xFFFF));
+    EXPECT_EQ(mark, 0xABCD);
+  }
+}
+
+class StreamCopies : public OneStorageTest {
  protected:
   void SetUp() override { storage = Create(); }
-  Stream Make(const char* name, const Bytes& value, std::uint32_t kind = kPlainKind) {
-    Stream stream(storage->CreateStream(name, kind, kWriteFlags));
+  Stream Make(const std::string& name, const Bytes& value) const {
+    Stream stream = MakeRoot(name);
     if (!value.empty()) stream->Write(value.data(), static_cast<std::uint32_t>(value.size()));
     stream->Seek(0, 0);
     return stream;
   }
   // A stream whose bytes lie in blocks of 10.
-  Stream MakeScattered(const char* name, const Bytes& value) {
+  Stream MakeScattered(const std::string& name, const Bytes& value) const {
     Stream stream = Make(name, {});
-    const Stream other = Make((std::string(name) + "-other").c_str(), {});
+    const Stream other = Make(name + "-other", {});
     for (std::size_t at = 0; at < value.size(); at += 10) {
       Append(*stream, Slice(value, at, 10));
       Append(*other, Bytes(1));
@@ -81,25 +95,7 @@ class StreamCopies : public StorageFileTest {
     stream->Seek(0, 0);
     return stream;
   }
-  Storage storage;
 };
-
-TEST_F(StreamCopies, StringsKeepTheLow16BitsOfTheirLength) {
-  for (const std::size_t size : {0U, 1U, 255U, 65534U, 65535U, 65536U, 65537U}) {
-    const Bytes letters = Pattern(size);
-    const std::string text(letters.begin(), letters.end());
-    Stream stream = MakeScattered(("s" + std::to_string(size)).c_str(), Pattern(45, 9));
-    *stream << text << std::uint16_t{0xABCD};
-    const std::size_t kept = size & 0xFFFF;
-    EXPECT_EQ(stream->GetCurDataPos(), kept + 4);
-    stream->Seek(0, 0);
-    std::string back = "x";
-    std::uint16_t mark = 0;
-    *stream >> back >> mark;
-    EXPECT_EQ(back, text.substr(0, kept)) << size;
-    EXPECT_EQ(mark, 0xABCD) << size;
-  }
-}
 
 TEST_F(StreamCopies, ShortReadsLeaveNumbersAndFillStrings) {
   std::int32_t number = 0x11223344;
@@ -123,8 +119,8 @@ TEST_F(StreamCopies, ReplaceTheWholeDestination) {
     for (const std::size_t oldSize : {0U, 1U, 10U, 29U, 400U}) {
       const std::string suffix = std::to_string(size) + "," + std::to_string(oldSize);
       SCOPED_TRACE(suffix);
-      const Stream source = MakeScattered(("from" + suffix).c_str(), Pattern(size));
-      const Stream target = MakeScattered(("to" + suffix).c_str(), Pattern(oldSize, 2));
+      const Stream source = MakeScattered("from" + suffix, Pattern(size));
+      const Stream target = MakeScattered("to" + suffix, Pattern(oldSize, 2));
       target->Seek(3, 0);
       ASSERT_TRUE(source->CopyStream(target.get()));
       EXPECT_EQ(Raw("to" + suffix).Value(), Pattern(size));
@@ -139,7 +135,7 @@ TEST_F(StreamCopies, ReplaceTheWholeDestination) {
 TEST_F(StreamCopies, EndInFailureWhereTheSourceHasTooLittle) {
   const Stream source = Make("source", Pattern(100)), empty = Make("empty", {});
   Stream target = Make("target", Pattern(50, 2));
-  const Stream second(storage->OpenStream("source", kWriteFlags));
+  const Stream second = Root("source");
   const Bytes before = File();
   EXPECT_FALSE(source->CopyStream(nullptr));
   EXPECT_FALSE(source->CopyStream(source.get()));
@@ -156,19 +152,10 @@ TEST_F(StreamCopies, EndInFailureWhereTheSourceHasTooLittle) {
   EXPECT_EQ(Raw("target").Value(), Slice(Pattern(100), 40, 60));
 
   // Without the right to erase, the old bytes are written over all the same.
-  target.reset(storage->OpenStream("target", kReadFlags));
+  target = Root("target", kReadFlags);
   source->Seek(0, 0);
   EXPECT_TRUE(source->CopyStream(target.get()));
   EXPECT_EQ(Raw("target").Value(), Slice(Pattern(100), 0, 60));
-}
-
-TEST_F(StreamCopies, CarryAFoldersDataAsBytes) {
-  const Stream folder = Make("f", {}, kFolderKind);
-  ASSERT_TRUE(Got(folder->CreateStream("child", kPlainKind, kWriteFlags)));
-  const Stream target = Make("target", {});
-  folder->Seek(0, 0);
-  ASSERT_TRUE(folder->CopyStream(target.get()));
-  EXPECT_EQ(Raw("target").Value(), FolderPayload({StreamRecord("child", false, 0, 0)}));
 }
 
 TEST_F(StreamCopies, ToABufferGiveAllOrNothing) {
@@ -193,9 +180,8 @@ TEST_F(StreamCopies, ToABufferGiveAllOrNothing) {
 
   // A length that nothing stands behind takes no memory to speak of and fails.
   PatchFile32(path, Raw("source").recordOffset + 68, 0xFFFFFFF0);
-  const Stream lying(storage->OpenStream("source", kReadFlags));
   buffer = &mark;
-  EXPECT_EQ(lying->CopyStreamToBuffer(buffer), 0U);
+  EXPECT_EQ(Root("source")->CopyStreamToBuffer(buffer), 0U);
   EXPECT_EQ(buffer, nullptr);
 }
 
@@ -203,7 +189,7 @@ TEST_F(StreamCopies, ToABufferGiveAllOrNothing) {
 TEST_F(StreamCopies, ReachWhatAnotherStorageObjectAppended) {
   const Bytes value = Pattern(20000);
   Make("source", {});
-  const Stream folder = Make("f", {}, kFolderKind);
+  const Stream folder = MakeRoot("f", kFolderKind);
   const Stream target = Make("target", {});
   {
     const Storage other = Open();
@@ -211,7 +197,7 @@ TEST_F(StreamCopies, ReachWhatAnotherStorageObjectAppended) {
     const Stream otherFolder(other->OpenStream("f", kWriteFlags));
     ASSERT_EQ(otherFolder->SetEntryEraseOld("entry", value.data(), 20000), 20000);
   }
-  const Stream source(storage->OpenStream("source", kReadFlags));
+  const Stream source = Root("source");
   ASSERT_EQ(source->GetLength(), 20000U);
   std::uint8_t* buffer = nullptr;
   EXPECT_EQ(source->CopyStreamToBuffer(buffer), 20000U);
