@@ -116,55 +116,6 @@ TEST_F(FolderDamage, AVacatedChildWithTheFoldersOwnChainDoesNotEmptyIt) {
   EXPECT_EQ(NamesIn(*Root("f")), (Names{"b", "sub", "c"}));
 }
 
-TEST_F(FolderDamage, CountWordsThatLieServeTheSlotsThatAreThere) {
-  struct Row {
-    std::uint32_t count;
-    std::size_t cutBytes;  // off the last slot
-    Names found;           // by name
-    std::uint32_t newSlot;
-  };
-  const Row rows[] = {
-      {2, 0, {"a", "b"}, 2},
-      {1, 0, {"a"}, 1},
-      {0, 0, {}, 0},
-      {3, 0, {"a", "b"}, 2},
-      {2, 1, {"a"}, 1},
-      {5, 79, {"a"}, 1},
-      {0x7FFFFFFF, 0, {"a", "b"}, 2},
-      {0x80000001, 0, {"a", "b"}, 2},
-      {0xFFFFFFFF, 40, {"a"}, 1},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(std::to_string(row.count) + " less " + std::to_string(row.cutBytes));
-    builder = sound;
-    Bytes data = FolderPayload({StreamRecord("a", false, 0, 0), StreamRecord("b", false, 0, 0)});
-    Put32(data, 0, row.count);
-    data.resize(data.size() - row.cutBytes);
-    AddFolder(data);
-    OpenFolder();
-    Names found;
-    for (const char* name : {"a", "b"}) {
-      if (HasChild(name)) found.emplace_back(name);
-    }
-    EXPECT_EQ(found, row.found);
-    EXPECT_EQ(folder->GetNumChildren(), row.count);
-    // A walk takes the count as signed.
-    if (row.count == 0 || row.count >= 0x80000000) {
-      EXPECT_TRUE(NamesIn(*folder).empty());
-      folder->ClearFolder();
-      EXPECT_EQ(File(), builder.bytes);
-    } else {
-      EXPECT_FALSE(NamesIn(*folder).empty());
-    }
-    const Stream made(folder->CreateStream("new", kPlainKind, kWriteFlags));
-    ASSERT_TRUE(made);
-    EXPECT_EQ(Slice(Raw("f").chain, 4 + row.newSlot * kSlotSize, kSlotSize),
-              StreamRecord("new", false, 0, 0));
-    EXPECT_TRUE(Append(*made, Pattern(10)));
-    ExpectOthersWhole();
-  }
-}
-
 // The count word lies low: the slots behind it are walked, each read once.
 TEST_F(FolderDamage, AWalkGoesOnBehindTheCountAndReadsEachSlotOnce) {
   std::vector<Bytes> records;

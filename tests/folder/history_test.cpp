@@ -117,8 +117,10 @@ class FolderHistory : public StorageFileTest {
       const char* name = Name();
       const Stream child(folder->OpenStream(name, kReadFlags));
       ASSERT_EQ(child != nullptr, scan.Find(name) != nullptr);
-      if (!child || image.Find("f/" + std::string(name)) == nullptr) continue;
-      ASSERT_EQ(ReadValue(*child), image.Find("f/" + std::string(name))->Value()) << name;
+      const RawStream* rawChild = image.Find("f/" + std::string(name));
+      if (child && rawChild != nullptr) {
+        ASSERT_EQ(ReadValue(*child), rawChild->Value()) << name;
+      }
     }
   }
 
@@ -140,6 +142,12 @@ class FolderHistory : public StorageFileTest {
     ASSERT_LT(*slot, after.slots.size());
     ASSERT_EQ(after.slots[*slot].name, name);
     ASSERT_EQ(after.slots[*slot].record[67], isFolder ? 1 : 0);
+    if (*slot < before.Counted() && Get32(before.slots[*slot].record, 76) != 0) {
+      ASSERT_EQ(Slice(after.slots[*slot].record, 76, 4), Slice(before.slots[*slot].record, 76, 4));
+    }
+    if (isFolder) {
+      ASSERT_EQ(Raw("f/" + std::string(name)).chain, Bytes(4)) << "over whatever chain";
+    }
     const bool appended = *slot >= before.Counted() && before.count != 0xFFFFFFFF;
     ASSERT_EQ(after.count, before.count + (appended ? 1 : 0));
   }
@@ -160,7 +168,7 @@ class FolderHistory : public StorageFileTest {
     const std::uint32_t slot = Draw(static_cast<unsigned>(scan.slots.size() + 1));
     Bytes data;
     std::uint32_t at = 4 + slot * kSlotSize;
-    switch (Draw(4)) {
+    switch (Draw(5)) {
       case 0:
         data = StreamRecord(Draw(3) == 0 ? "" : Name(), false, 0, 0);
         break;
@@ -168,15 +176,23 @@ class FolderHistory : public StorageFileTest {
         data = Slice(StreamRecord(Name(), false, 0, 0), 4, 61);
         at += 4;
         break;
+      case 2:
+        data.resize(Draw(4) == 0 ? 4 : 0);  // no magic word
+        break;
       default:
+        const std::uint32_t lies[] = {0, 1, 0x7FFFFFFF, 0x80000001, 0xFFFFFFFF};
         data.resize(4);
         Put32(data, 0,
-              Draw(8) == 0 ? 0xFFFFFFFF
+              Draw(4) == 0 ? lies[Draw(5)]
                            : static_cast<std::uint32_t>(scan.slots.size()) - Draw(3) + 1);
         at = 0;
     }
-    if (folder.Seek(at, 0) == 0)
-      folder.Write(data.data(), static_cast<std::uint32_t>(data.size()), Draw(60) == 0);
+    // What ends within a record, or cuts a block that holds part of one, would shift all behind it.
+    const bool within = data.size() < kSlotSize && at != 0 && slot + 1 < scan.slots.size();
+    if (folder.Seek(at, 0) == 0) {
+      folder.Write(data.data(), static_cast<std::uint32_t>(data.size()),
+                   !split && !within && Draw(20) == 0);
+    }
   }
   void Step() {
     aoStream& folder = *folders[Draw(3)];
@@ -189,13 +205,18 @@ class FolderHistory : public StorageFileTest {
       case 2:
         folder.SetLength(Draw(folder.GetLength() + 1));
         return;
-      case 3:
+      case 3: {
+        const Bytes before = File();
+        const bool none = Now().Walk().empty();  // a count word that is negative counts none
         folder.ClearFolder();
+        ASSERT_TRUE(!none || File() == before);
         return;
+      }
       case 4: {  // a new folder, over the old chain or over that of a plain stream
         for (const Object object : {kSecond, kOtherStorage}) folders[object].reset();
         ASSERT_TRUE(Remove(folders[kFirst]));
         if (Draw(2) == 0) {
+          split = true;
           // What it leaves behind, in blocks of any room, looks like child records. The old slot
           // is taken by another stream, so that the folder comes to where these are.
           ASSERT_TRUE(Got(storages[0]->CreateStream(std::to_string(random()).c_str(), 0)));
@@ -234,6 +255,7 @@ class FolderHistory : public StorageFileTest {
 
   std::mt19937 random;
   std::uint32_t reserve = 0;
+  bool split = false;  // records may lie across blocks
   Storage storages[2];
   Stream folders[3];
 };
@@ -243,6 +265,7 @@ TEST_F(FolderHistory, EveryAnswerIsThatOfAPlainScan) {
     SCOPED_TRACE("AOSTORAGE_TEST_SEED=" + std::to_string(seed));
     random.seed(seed);
     reserve = Draw(2) * Draw(120);
+    split = false;
     Create();
     OpenAll();
     for (int step = 0; step < 400; ++step) {

@@ -183,55 +183,42 @@ TEST_F(StorageLife, ADirectoryThatBreaksOffGivesTheNamesBeforeIt) {
   }
 }
 
-// slotCount and reservedSlotCount of a file that states what this library never writes.
+// Counts that this library never writes. slotsPerDirectory goes into blocks appended later, when it
+// is a number that a block can have.
 TEST_F(StorageLife, SlotCountsOutOfRange) {
   struct Row {
     std::uint32_t slotCount, reservedSlots;
     unsigned fastRoom;        // how many Fast creations succeed
     std::uint32_t firstSlot;  // where the first ordinary stream goes; 64: into a new block
+    std::uint16_t slotsPerDirectory = 64;
+    std::uint32_t appendedSlots = 64;
   };
-  const Row rows[] = {{64, 0, 0, 0},   {64, 5, 5, 5},      {64, 7, 6, 7},        {64, 63, 6, 63},
-                      {64, 64, 6, 64}, {64, 65535, 6, 64}, {0, 6, 0, 64},        {3, 6, 3, 64},
-                      {7, 6, 6, 6},    {65, 6, 6, 6},      {0xFFFFFFFF, 6, 6, 6}};
+  const Row rows[] = {
+      {64, 0, 0, 0},           {64, 5, 5, 5},           {64, 7, 6, 7},
+      {64, 63, 6, 63},         {64, 64, 6, 64, 0, 64},  {64, 64, 6, 64, 1, 1},
+      {64, 64, 6, 64, 63, 63}, {64, 64, 6, 64, 65, 64}, {64, 65535, 6, 64, 65535, 64},
+      {0, 6, 0, 64},           {3, 6, 3, 64},           {7, 6, 6, 6},
+      {65, 6, 6, 6},           {0xFFFFFFFF, 6, 6, 6}};
   for (const Row& row : rows) {
-    SCOPED_TRACE(std::to_string(row.slotCount) + " slots, " + std::to_string(row.reservedSlots) +
-                 " reserved");
+    SCOPED_TRACE(&row - rows);
     FileBuilder builder(FileBuilder::Form::kCurrent, static_cast<std::uint16_t>(row.reservedSlots));
     Put32(builder.bytes, 36, row.slotCount);
+    Put16(builder.bytes, 26, row.slotsPerDirectory);
     Load(builder);
-    ASSERT_TRUE(storage);
-    ASSERT_TRUE(MakeRoot("ordinary"));
-    unsigned fast = 0;
-    while (fast < 20 &&
-           Stream(storage->CreateStreamFast(("f" + std::to_string(fast)).c_str(), kWriteFlags)))
-      ++fast;
+    ASSERT_TRUE(storage && MakeRoot("ordinary") && MakeRoot("second"));
+    std::string fast = "f";  // a longer name each time
+    while (Got(storage->CreateStreamFast((fast + "f").c_str(), kWriteFlags))) fast += "f";
+    EXPECT_EQ(fast.size() - 1, row.fastRoom);
+    EXPECT_EQ(Got(storage->OpenStreamFast(fast.c_str(), kReadFlags)), row.fastRoom > 0);
     const Bytes file = File();
     const std::uint32_t place =
         row.firstSlot == 64 ? kEmptyFileSize + 12 : SlotOffset(row.firstSlot);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(file.data()) + place + 4), "ordinary");
-    EXPECT_EQ(fast, row.fastRoom);
-    if (fast > 0) {
-      EXPECT_TRUE(
-          Stream(storage->OpenStreamFast(("f" + std::to_string(fast - 1)).c_str(), kReadFlags)));
+    if (row.firstSlot == 64) {
+      EXPECT_EQ(Get32(file, kEmptyFileSize + 4), row.appendedSlots);
     }
     Reopen();
-    EXPECT_TRUE(Root("ordinary"));
-  }
-}
-
-// slotsPerDirectory goes into blocks appended later, when it is a number that a block can have.
-TEST_F(StorageLife, SlotCountOfAnAppendedBlock) {
-  const std::pair<std::uint16_t, std::uint32_t> rows[] = {{0, 64},  {1, 1},   {63, 63},
-                                                          {64, 64}, {65, 64}, {65535, 64}};
-  for (const auto& [slotsPerDirectory, expected] : rows) {
-    FileBuilder builder(FileBuilder::Form::kCurrent, 64);
-    Put16(builder.bytes, 26, slotsPerDirectory);
-    Load(builder);
-    EXPECT_TRUE(MakeRoot("a"));
-    EXPECT_TRUE(MakeRoot("b"));
-    EXPECT_EQ(Get32(File(), kEmptyFileSize + 4), expected) << slotsPerDirectory;
-    Reopen();
-    EXPECT_TRUE(Root("b")) << slotsPerDirectory;
+    EXPECT_TRUE(Root("ordinary") && Root("second"));
   }
 }
 

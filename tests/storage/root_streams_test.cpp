@@ -176,20 +176,18 @@ TEST_F(RootStreams, AndChildrenShareByTheFlagsOfTheFirstOpen) {
     std::uint32_t first, second;
     bool opens;
   };
-  const Row rows[] = {
-      {kExclusive, kNone, false},
-      {kWriteFlags | kExclusive, kReadFlags, false},
-      {kExclusive | kShareRead, kNone, false},
-      {kExclusive | kShareReadWrite, kShareRead, false},
-      {kShareRead, kNone, true},
-      {kShareRead, kShareRead, true},
-      {kShareRead, kReadFlags, false},
-      {kShareRead, kExclusive, false},
-      {kShareRead | kShareReadWrite, kReadFlags, false},
-      {kShareReadWrite, kExclusive, true},
-      {kWriteFlags, kWriteFlags, true},
-      {kNone, kExclusive | kWriteFlags, true},
-  };
+  const Row rows[] = {{kExclusive, kNone, false},
+                      {kWriteFlags | kExclusive, kReadFlags, false},
+                      {kExclusive | kShareRead, kNone, false},
+                      {kExclusive | kShareReadWrite, kShareRead, false},
+                      {kShareRead, kNone, true},
+                      {kShareRead, kShareRead, true},
+                      {kShareRead, kReadFlags, false},
+                      {kShareRead, kExclusive, false},
+                      {kShareRead | kShareReadWrite, kReadFlags, false},
+                      {kShareReadWrite, kExclusive, true},
+                      {kWriteFlags, kWriteFlags, true},
+                      {kNone, kExclusive | kWriteFlags, true}};
   Make("a");
   const Stream folder = MakeRoot("f", kFolderKind), otherFolder = Root("f");
   ASSERT_TRUE(Got(folder->CreateStream("a", kPlainKind, kWriteFlags)));

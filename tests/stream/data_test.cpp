@@ -42,16 +42,6 @@ Bytes operator+(Bytes first, const Bytes& second) {
   return first;
 }
 
-TEST_F(StreamData, FirstBlockByteForByte) {
-  storage = Create(8);
-  Write(MakeRoot("a"), {1, 2, 3});
-  EXPECT_EQ(Slice(File(), kEmptyFileSize, 100),
-            (Bytes{0xFA, 0xFA, 0xFA, 0xFA, 23, 0, 0, 0, 28, 0, 0, 0, 0, 0,
-                   0,    0,    0,    0,    0,  0, 1, 2, 3,  0, 0, 0, 0, 0}));
-  const Bytes record = Slice(File(), SlotOffset(6), kSlotSize);
-  EXPECT_EQ(Slice(record, 68, 12), (Bytes{3, 0, 0, 0, 0x2C, 0x14, 0, 0, 0x2C, 0x14, 0, 0}));
-}
-
 TEST_F(StreamData, EmptyWritesAndReads) {
   storage = Create(100);
   const Stream stream = MakeRoot("a");
@@ -60,6 +50,7 @@ TEST_F(StreamData, EmptyWritesAndReads) {
   EXPECT_EQ(stream->Read(nullptr, 0), 0U);
   EXPECT_EQ(stream->Write(nullptr, 0), 0U);
   EXPECT_EQ(Blocks("a"), "20/120 ");
+  EXPECT_EQ(Slice(File(), kEmptyFileSize + 20, 200), Bytes(100));
   EXPECT_EQ(Raw("a").length, 0U);
   Write(stream, Pattern(30));
   stream->Seek(5, 0);
@@ -206,11 +197,20 @@ class StreamHistory : public StreamData {
     } else if (action < 8) {
       ASSERT_EQ(Read(object.stream, distance), object.cursor.Read(distance));
     } else if (action < 11) {
+      const auto far =
+          static_cast<std::uint32_t>(random() % 16 == 0 ? 0x7FFFFFFF + random() % 3 : distance);
       const auto origin = static_cast<std::uint8_t>(random() % 4);
       const bool forward = random() % 2 == 0;
-      const bool went = object.cursor.Seek(distance, origin, forward);
-      ASSERT_EQ(object.stream->Seek(distance, origin, forward), went ? 0U : kFailed)
-          << "origin " << int{origin} << ", distance " << distance;
+      bool went = false;
+      SCOPED_TRACE("origin " + std::to_string(origin) + ", distance " + std::to_string(far));
+      if (random() % 2 == 0) {
+        went = object.cursor.Seek(far, origin, forward);
+        ASSERT_EQ(object.stream->Seek(far, origin, forward), went ? 0U : kFailed);
+      } else {
+        const auto offset = static_cast<std::int32_t>(forward ? far : 0U - far);
+        went = object.cursor.Seek2(offset, origin);
+        ASSERT_EQ(object.stream->Seek2(offset, origin), went ? 0 : -1);
+      }
       if (!went) {
         object.stream->Seek(0, 0);
         object.cursor.Seek(0, 0);

@@ -1,4 +1,5 @@
-// Positions, length and the step to the next slot.
+// What seeks leave, who may change a length, and the step to the next slot. Where seeks go, the
+// random histories tell.
 #include <cerrno>
 
 #include "folder/storage_fixture.h"
@@ -23,61 +24,6 @@ int Next(const Stream& stream) {
   std::uint8_t byte = 0;
   const std::uint32_t got = stream->Read(&byte, 1);
   return got == 1 ? byte : got == 0 ? -1 : -2;
-}
-
-// What lies inside, the random histories try.
-TEST_F(Seeking, AtTheBorders) {
-  struct Row {
-    const char* name;
-    std::uint32_t start, distance;
-    std::uint8_t origin;
-    bool forward;
-    std::int64_t position;  // -1: the seek fails
-  };
-  const Row rows[] = {
-      {"one", 50, 101, 0, true, -1},       {"one", 50, 101, 1, true, -1},
-      {"one", 0, 0xFFFFFFFF, 0, true, -1}, {"one", 0, 0xFFFFFFFF, 1, true, -1},
-      {"one", 50, 51, 2, true, -1},        {"one", 50, 51, 2, false, -1},
-      {"four", 0, 100, 0, true, 100},      {"four", 0, 101, 0, true, 101},
-      {"four", 0, 300, 0, true, 300},      {"four", 100, 1, 2, true, 101},
-      {"four", 101, 1, 2, false, 100},     {"four", 300, 149, 2, false, 151},
-      {"four", 300, 150, 2, false, 150},   {"four", 7, 300, 1, false, 0},
-      {"none", 0, 0, 0, true, -1},         {"none", 0, 0, 1, true, 0},
-      {"none", 0, 1, 1, true, -1},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(&row - rows);
-    const Stream stream = Root(row.name);
-    if (row.start != 0) {
-      ASSERT_EQ(stream->Seek(row.start, 0), 0U);
-    }
-    EXPECT_EQ(stream->Seek(row.distance, row.origin, row.forward), row.position < 0 ? kFailed : 0U);
-    if (row.position < 0) continue;
-    EXPECT_EQ(stream->GetCurDataPos(), row.position);
-    const Bytes rest = Slice(Raw(row.name).chain, static_cast<std::size_t>(row.position), 1);
-    EXPECT_EQ(Next(stream), rest.empty() ? -1 : rest[0]);
-  }
-}
-
-TEST_F(Seeking, Seek2Table) {
-  struct Row {
-    std::int32_t offset;
-    std::uint32_t origin;
-    std::int64_t position;
-  };
-  const Row rows[] = {{120, 0, 120}, {0, 0, 0},          {-10, 0, 290},     {-300, 0, 0},
-                      {-301, 0, -1}, {301, 0, -1},       {30, 1, 180},      {0, 1, 150},
-                      {-60, 1, 90},  {-151, 1, -1},      {151, 1, -1},      {99, 2, 0},
-                      {-99, 7, 0},   {INT32_MIN, 0, -1}, {INT32_MIN, 1, -1}};
-  for (const Row& row : rows) {
-    SCOPED_TRACE(std::to_string(row.offset) + " origin " + std::to_string(row.origin));
-    const Stream stream = Root("four");
-    ASSERT_EQ(stream->Seek(150, 0), 0U);
-    EXPECT_EQ(stream->Seek2(row.offset, row.origin), row.position < 0 ? -1 : 0);
-    if (row.position < 0) continue;
-    EXPECT_EQ(stream->GetCurDataPos(), row.position);
-    EXPECT_EQ(Next(stream), Pattern(300)[static_cast<std::size_t>(row.position)]);
-  }
 }
 
 TEST_F(Seeking, AfterAFailureOnlyAnAbsoluteSeekHelps) {
@@ -130,19 +76,6 @@ TEST_F(Seeking, WithoutWriteFlagLengthStays) {
   EXPECT_EQ(stream->GetLength(), 100U);
   EXPECT_EQ(stream->GetCurDataPos(), 5U);
   EXPECT_EQ(File(), before);
-}
-
-// A length above what the chain holds, as a broken-off flushing write leaves it.
-TEST_F(Seeking, ALengthAboveTheChain) {
-  PatchFile32(path, SlotOffset(6) + 68, 150);
-  Reopen();
-  const Stream stream = Root("one");
-  Bytes data(150);
-  EXPECT_EQ(stream->Read(data.data(), 150), 100U);
-  stream->Seek(0, 1);  // whatever it gives, the object must not write outside its chain
-  stream->Write("x", 1);
-  Reopen();
-  EXPECT_EQ("", CheckFile(path, Rules::kAfterFault));
 }
 
 using GoingNext = OneStorageTest;

@@ -178,6 +178,12 @@ bool ModelCursor::Seek(std::uint32_t distance, std::uint8_t origin, bool forward
   return origin == 2 && forward ? SeekRight(distance, false) : SeekLeft(distance, origin == 1);
 }
 
+bool ModelCursor::Seek2(std::int32_t offset, std::uint32_t origin) {
+  if (origin > 1) return SeekRight(0, true);
+  const auto distance = static_cast<std::uint32_t>(std::abs(std::int64_t{offset}));
+  return offset < 0 ? SeekLeft(distance, origin == 0) : SeekRight(distance, origin == 0);
+}
+
 bool ModelCursor::Walk(std::uint32_t distance, std::size_t walkBlock, std::uint32_t offset) {
   for (; walkBlock < stream.blocks.size(); ++walkBlock, offset = 0) {
     if (offset == 0) offset = kBlockHeaderSize;

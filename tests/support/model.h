@@ -61,6 +61,7 @@ class ModelCursor {
   void Write(const Bytes& bytes, bool final = false);
   /// As aoStream::Seek. @return true when it succeeds; after a failure go on with origin 0 or 1
   bool Seek(std::uint32_t distance, std::uint8_t origin, bool forward = true);
+  bool Seek2(std::int32_t offset, std::uint32_t origin);
   bool SetLength(std::uint32_t newLength);
   void Erase();
   std::uint32_t Position() const { return position; }

@@ -122,40 +122,37 @@ TEST_F(RootWalks, FollowALongHistoryInTheOrderAsked) {
 
 TEST_F(RootWalks, EndMarksAndStaleCookiesGiveNull) {
   storage = Create();
+  StreamCookie cookie = 77;
+  const auto next = [&](StreamCookie from) {
+    cookie = from;
+    return Stream(storage->OpenStreamNext(cookie, kWriteFlags));
+  };
   Make({"a"});
   for (const int sorted : {0, 1}) {
     storage->EnableSorting(sorted, 0);
-    StreamCookie cookie = 77;
     EXPECT_TRUE(Got(storage->OpenStreamFirst(cookie, kReadFlags)));
     EXPECT_EQ(cookie, sorted == 0 ? 0 : -1);
-    EXPECT_FALSE(Got(storage->OpenStreamNext(cookie, kReadFlags)));
+    EXPECT_FALSE(next(cookie));
   }
   Make({"b", "c"});
   for (const int sorted : {0, 1}) {
     storage->EnableSorting(sorted, 0);
-    StreamCookie cookie = 0;
     const Stream first(storage->OpenStreamFirst(cookie, kReadFlags));
     const StreamCookie second = cookie;
-    EXPECT_NE(second, 0);
-    EXPECT_NE(second, -1);
-    StreamCookie next = second;
-    Stream removed(storage->OpenStreamNext(next, kWriteFlags));
+    EXPECT_TRUE(second != 0 && second != -1);
+    Stream removed = next(second);
     const std::string name = removed->GetName();
     ASSERT_TRUE(Remove(removed));
-    next = second;
-    EXPECT_FALSE(Got(storage->OpenStreamNext(next, kReadFlags))) << "its entry is gone";
+    EXPECT_FALSE(next(second)) << "its entry is gone";
     Make({"taker"});
-    next = second;
-    const Stream met(storage->OpenStreamNext(next, kReadFlags));
-    EXPECT_TRUE(!met || sorted == 1) << "another entry has its place";
+    EXPECT_TRUE(!next(second) || sorted == 1) << "another entry has its place";
     Stream taker = Root("taker");
     ASSERT_TRUE(Remove(taker));
     Make({name});
     for (const StreamCookie made :
          {StreamCookie{-1}, StreamCookie{-2}, StreamCookie{99}, StreamCookie{1} << 33, INTPTR_MAX,
           INTPTR_MIN, reinterpret_cast<StreamCookie>(storage.get())}) {
-      next = made;
-      EXPECT_FALSE(Got(storage->OpenStreamNext(next, kReadFlags))) << made;
+      EXPECT_FALSE(next(made)) << made;
     }
   }
   for (const int made : {-1, -2, 3, 99, INT32_MAX, INT32_MIN}) {
@@ -252,8 +249,7 @@ TEST_F(RootWalks, SortedScansEstimateDurations) {
       {"other lengths", 0, 5, 0, {{"5F00000", 0, 0}, {"5F0000000", 0, 0}}, 5},
       {"no number", 0, 5, 0, {{"01234567", 0, 5}, {"what's up", 0, 0}, {"zzzzzzzz", 0, 5}}, 5},
       {"begins as a number", 0, 5, 0, {{"0000000x", 0, 16}, {"000010zz", 0, 16}}, 16},
-      {"end of the numbers", 0, 5, 0, {{"FFFFFFF0", 0, 15}, {"FFFFFFFF", 0, 15}}, 15},
-  };
+      {"end of the numbers", 0, 5, 0, {{"FFFFFFF0", 0, 15}, {"FFFFFFFF", 0, 15}}, 15}};
   for (const Row& row : rows) {
     SCOPED_TRACE(row.label);
     storage = Create();
@@ -291,17 +287,15 @@ TEST_F(RootWalks, SearchesTakeTheFirstOfTheirKind) {
     aoStream* (aoStorage::*search)(const char*);
     const char *name, *ascending, *descending;
   };
-  const Row rows[] = {
-      {&aoStorage::FindRootStorage, "", "f", "g"},
-      {&aoStorage::FindRootStorage, "g", "g", "g"},
-      {&aoStorage::FindRootStorage, "p", nullptr, nullptr},
-      {&aoStorage::FindRootStorage, "x", nullptr, nullptr},
-      {&aoStorage::FindRootStorageWrite, "", "f", "g"},
-      {&aoStorage::FindRootStorageWrite, "f", "f", "f"},
-      {&aoStorage::FindRootStream, "", "p", "q"},
-      {&aoStorage::FindRootStream, "f", nullptr, nullptr},
-      {&aoStorage::FindRootStream, nullptr, nullptr, nullptr},
-  };
+  const Row rows[] = {{&aoStorage::FindRootStorage, "", "f", "g"},
+                      {&aoStorage::FindRootStorage, "g", "g", "g"},
+                      {&aoStorage::FindRootStorage, "p", nullptr, nullptr},
+                      {&aoStorage::FindRootStorage, "x", nullptr, nullptr},
+                      {&aoStorage::FindRootStorageWrite, "", "f", "g"},
+                      {&aoStorage::FindRootStorageWrite, "f", "f", "f"},
+                      {&aoStorage::FindRootStream, "", "p", "q"},
+                      {&aoStorage::FindRootStream, "f", nullptr, nullptr},
+                      {&aoStorage::FindRootStream, nullptr, nullptr, nullptr}};
   for (const int descending : {0, 1}) {
     storage->EnableSorting(1, descending);
     for (const Row& row : rows) {
