@@ -1,5 +1,5 @@
-// Folders in damaged files: trees that lead back into themselves, count words that lie, bad slots,
-// chains that overlap.
+// Folders in files made by hand: records and count words in pieces, trees that lead back into
+// themselves, bad slots, chains that overlap.
 #include <functional>
 
 #include "folder/storage_fixture.h"
@@ -45,6 +45,37 @@ class FolderDamage : public OneStorageTest {
   FileBuilder builder, sound;
   Stream folder;
 };
+
+// A count word in pieces: one byte in each block.
+TEST_F(FolderDamage, ACountWordInPiecesIsReadAndWritten) {
+  AddFolder(FolderPayload({StreamRecord("a", false, 0, 0), StreamRecord("b", false, 0, 0)}),
+            {1, 1, 1, 1, 80, 17});
+  OpenFolder();
+  ASSERT_TRUE(MakeChild("c"));
+  EXPECT_EQ(Get32(Raw("f").chain, 0), 3U);
+  EXPECT_EQ(NamesIn(*folder), (Names{"a", "b", "c"}));
+  EXPECT_EQ("", CheckFile(path));
+}
+
+// The first block of a vacated record has room behind its `used`, and the folder was shortened to
+// its count word: a new record that ran on into that room would push all that follows out of place.
+TEST_F(FolderDamage, RecordsKeepTheirPlacesInAShortenedFolder) {
+  const Bytes data = FolderPayload({StreamRecord("a", false, 0, 0), StreamRecord("", false, 0, 0),
+                                    StreamRecord("c", false, 0, 0)});
+  const std::uint32_t inFirst = 4 + kSlotSize + 65, room = inFirst + 15;
+  const std::uint32_t second = Next() + 20 + room;
+  AddFolder(Slice(data, 0, inFirst), {room, 200});
+  const Bytes rest = Slice(data, inFirst, data.size());
+  std::copy(rest.begin(), rest.end(), builder.bytes.begin() + second + 20);
+  Put32(builder.bytes, second + 4, static_cast<std::uint32_t>(20 + rest.size()));
+  Put32(builder.bytes, builder.SlotAt(8) + 68, static_cast<std::uint32_t>(data.size()));
+  OpenFolder();
+  ASSERT_TRUE(folder->SetLength(4));
+  ASSERT_TRUE(MakeChild("new"));
+  EXPECT_EQ(Raw("f").chain,
+            FolderPayload({StreamRecord("a", false, 0, 0), StreamRecord("new", false, 0, 0),
+                           StreamRecord("c", false, 0, 0)}));
+}
 
 TEST_F(FolderDamage, ATreeThatLeadsBackEndsInFailure) {
   const std::function<void()> shapes[] = {

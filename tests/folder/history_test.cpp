@@ -194,6 +194,52 @@ class FolderHistory : public StorageFileTest {
                    !split && !within && Draw(20) == 0);
     }
   }
+  // Renames, removals and the like write one record, wherever its pieces lie, and nothing else.
+  void ChangeRecord(aoStream& folder, unsigned choice) {
+    Stream child = ChildOf(folder);
+    if (!child) return;
+    const RawStream raw = Raw("f");
+    const Scan before(raw);
+    const Scan::Slot* slot = before.Find(child->GetName());
+    ASSERT_NE(slot, nullptr);
+    Bytes expected = File(), record = slot->record;
+    if (choice < 75) {
+      ASSERT_TRUE(Remove(child));
+      std::fill_n(record.begin() + 4, 68, std::uint8_t{0});
+    } else if (choice < 95) {
+      const std::string name = Name();  // two slots may come to one name
+      ASSERT_TRUE(child->Rename(name.c_str()));
+      std::fill_n(record.begin() + 4, 61, std::uint8_t{0});
+      std::copy(name.begin(), name.end(), record.begin() + 4);
+    } else {
+      ASSERT_TRUE(child->Erase());
+      Put32(record, 68, 0);
+    }
+    const auto index = static_cast<std::size_t>(slot - before.slots.data());
+    for (std::size_t i = 0; i < kSlotSize; ++i)
+      expected[raw.PlaceOf(4 + kSlotSize * index + i)] = record[i];
+    ASSERT_EQ(File(), expected);
+  }
+  // Over the old chain, or over that of a plain stream.
+  void MakeFolderAnew() {
+    for (const Object object : {kSecond, kOtherStorage}) folders[object].reset();
+    ASSERT_TRUE(Remove(folders[kFirst]));
+    if (Draw(2) == 0) {
+      split = true;
+      // What it leaves behind, in blocks of any room, looks like child records. The old slot is
+      // taken by another stream, so that the folder comes to where these are.
+      ASSERT_TRUE(Got(storages[0]->CreateStream(std::to_string(random()).c_str(), 0)));
+      const Bytes ghosts = FolderPayload(std::vector<Bytes>(4, StreamRecord("a", false, 0, 0)));
+      const Stream other(storages[0]->OpenOrCreateStream("other", kPlainKind));
+      Stream plain(storages[0]->CreateStream("plain", kWriteFlags));
+      const std::size_t piece = 1 + Draw(90);
+      for (std::size_t at = 0; at < ghosts.size(); at += piece) {
+        ASSERT_TRUE(Append(*plain, Slice(ghosts, at, piece)) && Append(*other, Bytes(1)));
+      }
+      ASSERT_TRUE(Remove(plain));
+    }
+    OpenAll();
+  }
   void Step() {
     aoStream& folder = *folders[Draw(3)];
     switch (const unsigned choice = Draw(100)) {
@@ -212,25 +258,8 @@ class FolderHistory : public StorageFileTest {
         ASSERT_TRUE(!none || File() == before);
         return;
       }
-      case 4: {  // a new folder, over the old chain or over that of a plain stream
-        for (const Object object : {kSecond, kOtherStorage}) folders[object].reset();
-        ASSERT_TRUE(Remove(folders[kFirst]));
-        if (Draw(2) == 0) {
-          split = true;
-          // What it leaves behind, in blocks of any room, looks like child records. The old slot
-          // is taken by another stream, so that the folder comes to where these are.
-          ASSERT_TRUE(Got(storages[0]->CreateStream(std::to_string(random()).c_str(), 0)));
-          const Bytes ghosts = FolderPayload(std::vector<Bytes>(4, StreamRecord("a", false, 0, 0)));
-          const Stream other(storages[0]->OpenOrCreateStream("other", kPlainKind));
-          Stream plain(storages[0]->CreateStream("plain", kWriteFlags));
-          const std::size_t piece = 1 + Draw(90);
-          for (std::size_t at = 0; at < ghosts.size(); at += piece) {
-            ASSERT_TRUE(Append(*plain, Slice(ghosts, at, piece)) && Append(*other, Bytes(1)));
-          }
-          ASSERT_TRUE(Remove(plain));
-        }
-        return OpenAll();
-      }
+      case 4:
+        return MakeFolderAnew();
       case 5: {
         tag_aoStream header;
         tag_aoStreamOffset offset;
@@ -241,15 +270,7 @@ class FolderHistory : public StorageFileTest {
         if (choice < 12) return WriteFolderData(folder);
         if (choice < 40) return CreateChild(folder, choice < 18);
         if (choice < 60) return WriteChild(folder);
-        Stream child = ChildOf(folder);
-        if (!child) return;
-        if (choice < 75) {
-          ASSERT_TRUE(Remove(child));
-        } else if (choice < 95) {
-          ASSERT_TRUE(child->Rename(Name()));  // two slots may come to one name
-        } else {
-          ASSERT_TRUE(child->Erase());
-        }
+        return ChangeRecord(folder, choice);
     }
   }
 
@@ -268,6 +289,7 @@ TEST_F(FolderHistory, EveryAnswerIsThatOfAPlainScan) {
     split = false;
     Create();
     OpenAll();
+    MakeFolderAnew();
     for (int step = 0; step < 400; ++step) {
       SCOPED_TRACE("step " + std::to_string(step));
       ASSERT_NO_FATAL_FAILURE(Step());

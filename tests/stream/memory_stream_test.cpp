@@ -223,10 +223,8 @@ TEST(StreamFile, WithoutAStreamFailsQuietly) {
   std::uint8_t byte = 0xEE;
   for (CAoStreamFile* each : {&file, &bound}) {
     each->Write(&byte, 1);
-    EXPECT_EQ(each->Read(&byte, 1), kFailed);
-    EXPECT_EQ(each->Seek(0, 0), -1);
-    EXPECT_EQ(each->GetLength(), 0U);
-    EXPECT_EQ(each->GetStorageName(), "");
+    EXPECT_TRUE(each->Read(&byte, 1) == kFailed && each->Seek(0, 0) == -1);
+    EXPECT_TRUE(each->GetLength() == 0 && each->GetStorageName().empty());
   }
   const CRuntimeClass& record = *CAoStreamFile::GetThisClass();
   EXPECT_STREQ(record.className, "CAoStreamFile");

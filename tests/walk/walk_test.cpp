@@ -203,8 +203,7 @@ TEST_F(RootWalks, BySlotsStopAtTheFirstEmptyOne) {
     EXPECT_EQ(WalkList(), all);
     EXPECT_EQ(Sorted(Walk()), Sorted(all));
     int position = 0;
-    EXPECT_FALSE(Got(OpenFast()->OpenStreamFirst2(position, kReadFlags)))
-        << "no name is in the map";
+    EXPECT_FALSE(Got(OpenFast()->OpenStreamFirst2(position, kReadFlags)));
     Stream removed = Root(names[1]);
     ASSERT_TRUE(Remove(removed));
     EXPECT_EQ(WalkSlots(*storage), (Names{names[0]}));
