@@ -112,6 +112,12 @@ TEST_F(RootWalks, FollowALongHistoryInTheOrderAsked) {
       storage->EnableSorting(1, 1);
       std::reverse(expected.begin(), expected.end());
       ASSERT_EQ(Walk(), expected);
+      if (expected.empty()) continue;
+      Stream gone = Root(expected.back());  // alone it shows in the sorted view too
+      ASSERT_TRUE(Remove(gone));
+      drop(expected.back());
+      expected.pop_back();
+      ASSERT_EQ(Walk(), expected);
     }
     const Names before = Walk();
     Reopen();
@@ -207,17 +213,6 @@ TEST_F(RootWalks, BySlotsStopAtTheFirstEmptyOne) {
     Stream removed = Root(names[1]);
     ASSERT_TRUE(Remove(removed));
     EXPECT_EQ(WalkSlots(*storage), (Names{names[0]}));
-
-    // A chain of directories that leads back, and one that is damaged.
-    for (const std::uint32_t next :
-         {builder.SlotAt(0) - 12, builder.SlotAt(0, 1) - 12, 0x7FFFFFFFU}) {
-      FileBuilder damaged = builder;
-      Put32(damaged.bytes, builder.SlotAt(0, 1) - 12 + 8, next);
-      Load(damaged);
-      EXPECT_FALSE(Got(storage->OpenStreamFirst2(position, kReadFlags)));
-      EXPECT_EQ(WalkSlots(*storage), names);
-      EXPECT_EQ(Sorted(Walk()), Sorted(all));
-    }
   }
 }
 
