@@ -124,8 +124,7 @@ TEST_F(Facade, SelectsStreams) {
       {'1', "p", "", 1, "p", 2},  {'1', "n", "", 0, "none", 1},   {'1', nullptr, "", 0, "none", 1},
       {'2', "f", "a", 1, "f", 3}, {'2', "p", "a", 1, "p", 2},     {'2', "p", nullptr, 1, "p", 2},
       {'2', "f", "n", 0, "f", 2}, {'2', "f", nullptr, 0, "f", 2}, {'2', "n", "a", 0, "none", 1},
-      {'c', "p", "", 1, "p", 2},  {'c', "n", "", 11, "n", 2},     {'c', "", "", 10, "none", 1},
-  };
+      {'c', "p", "", 1, "p", 2},  {'c', "n", "", 11, "n", 2},     {'c', "", "", 10, "none", 1}};
   std::int32_t created = 9;
   for (const Row& row : rows) {
     SCOPED_TRACE(&row - rows);
@@ -169,12 +168,10 @@ TEST_F(Facade, WalksTheRootInSlotOrder) {
   struct Row {
     Names slots, names, numbered;
   };
-  const Row rows[] = {
-      {all, all, {"1a2b3c4d", "fffffffe", "1A2B3C4D", "10000000"}},
-      {{}, {""}, {}},
-      {{"~", "12345678"}, {"", "12345678"}, {"12345678"}},
-      {{"12345678", "x", "~", "22345678"}, {"12345678", "x"}, {"12345678"}},
-  };
+  const Row rows[] = {{all, all, {"1a2b3c4d", "fffffffe", "1A2B3C4D", "10000000"}},
+                      {{}, {""}, {}},
+                      {{"~", "12345678"}, {"", "12345678"}, {"12345678"}},
+                      {{"12345678", "x", "~", "22345678"}, {"12345678", "x"}, {"12345678"}}};
   for (const Row& row : rows) {
     MakeRoots(row.slots);
     ASSERT_EQ(facade.Open(path.c_str(), kReading), 1);
@@ -246,19 +243,17 @@ TEST_F(Facade, Removes) {
     std::size_t removed;
     const char* generic;
   };
-  const Row rows[] = {
-      {"p", "-", 1, 1, "none"},
-      {"f", "-", 1, 4, "none"},
-      {"n", "-", 0, 0, "none"},
-      {"f", "a", 1, 1, "none"},
-      {"f", "sub", 1, 1, "none"},
-      {"f", "n", 1, 0, "none"},
-      {"f", "", 0, 0, "none"},
-      {"f", nullptr, 0, 0, "none"},
-      {"p", "a", 0, 0, "p"},
-      {"n", "a", 0, 0, "none"},
-      {"f", tooLong.c_str(), 1, 0, "none"},
-  };
+  const Row rows[] = {{"p", "-", 1, 1, "none"},
+                      {"f", "-", 1, 4, "none"},
+                      {"n", "-", 0, 0, "none"},
+                      {"f", "a", 1, 1, "none"},
+                      {"f", "sub", 1, 1, "none"},
+                      {"f", "n", 1, 0, "none"},
+                      {"f", "", 0, 0, "none"},
+                      {"f", nullptr, 0, 0, "none"},
+                      {"p", "a", 0, 0, "p"},
+                      {"n", "a", 0, 0, "none"},
+                      {"f", tooLong.c_str(), 1, 0, "none"}};
   for (const Row& row : rows) {
     SCOPED_TRACE(&row - rows);
     OpenFresh();
@@ -298,8 +293,7 @@ TEST_F(Facade, CopiesLoseWhatOneOfThemCloses) {
       {"failed open", [](One one) { one.Open("", 1); }, 0, 0},
       {"a copy ends", [](One one) { const CCompStgFile third(one); }, 0, 0},
       {"itself", [](One one) { one = static_cast<const CCompStgFile&>(one); }, 3, 3},
-      {"given away", [](One one) { one = CCompStgFile(); }, 0, 3},
-  };
+      {"given away", [](One one) { one = CCompStgFile(); }, 0, 3}};
   for (const Row& row : rows) {
     for (const bool swapped : {false, true}) {
       SCOPED_TRACE(std::string(row.what) + (swapped ? ", by the copy" : ""));

@@ -47,17 +47,15 @@ TEST_F(PathLoading, OpensAndCreatesStepByStep) {
     std::string found;  // name of the stream given, empty for failure
     std::vector<std::string> made;
   };
-  const Row rows[] = {
-      {"f", 0, "f", {}},
-      {"f/sub/", 1, "sub", {}},
-      {"f/a", 1, "a", {}},
-      {"n", 0, "", {}},
-      {"f/n", 0, "", {}},
-      {"f/a/n", 1, "", {}},
-      {"n/m/" + tooLong + "/k", 1, "", {"n", "n/m"}},
-      {"f/n/m/", 1, "m", {"f/n", "f/n/m"}},
-      {"n/m/k", 1, "k", {"n", "n/m", "n/m/k"}},
-  };
+  const Row rows[] = {{"f", 0, "f", {}},
+                      {"f/sub/", 1, "sub", {}},
+                      {"f/a", 1, "a", {}},
+                      {"n", 0, "", {}},
+                      {"f/n", 0, "", {}},
+                      {"f/a/n", 1, "", {}},
+                      {"n/m/" + tooLong + "/k", 1, "", {"n", "n/m"}},
+                      {"f/n/m/", 1, "m", {"f/n", "f/n/m"}},
+                      {"n/m/k", 1, "k", {"n", "n/m", "n/m/k"}}};
   for (const int write : {0, 1}) {
     for (const Row& row : rows) {
       SCOPED_TRACE(row.streamPath);

@@ -2,13 +2,10 @@
 #include <cerrno>
 #include <filesystem>
 
-#include <gtest/gtest.h>
-
-#include "support/handles.h"
+#include "folder/storage_fixture.h"
+#include "support/allocations.h"
 #include "support/life.h"
-#include "support/raw_file.h"
-#include "support/syscalls.h"
-#include "support/temp_dir.h"
+#include "support/tree_text.h"
 
 namespace aostorage::testing {
 namespace {
@@ -16,160 +13,176 @@ namespace {
 struct FaultKind {
   const char* label;
   int error;
+  Error reason;
   std::size_t cutBytes;  // 0: the call fails as a whole; else a write at the end that takes so many
                          // bytes before
+  bool forGood = false;  // no write succeeds any more
 };
 
-class EachCallFailsOnce : public ::testing::TestWithParam<FaultKind> {
+const FaultKind kOnce[] = {{"call", EIO, Error::kInputOutput, 0},
+                           {"write cut after 1 byte", ENOSPC, Error::kDiskFull, 1},
+                           {"write cut after 21 bytes", ENOSPC, Error::kDiskFull, 21},
+                           {"write cut after 70 bytes", ENOSPC, Error::kDiskFull, 70}};
+const FaultKind kFullDisk{"disk full at write", ENOSPC, Error::kDiskFull, 0, true};
+
+class Faults : public OneStorageTest {
  protected:
-  void Plan(Watch& watch, std::size_t k) const {
-    if (GetParam().cutBytes != 0) {
-      watch.CutAppendAt(k, GetParam().cutBytes, GetParam().error);
-    } else {
-      watch.FailAt(k, kAnyCall, GetParam().error);
+  // Gives `live` a storage at the start of its life with the k-th fault ahead, and `check` the file
+  // that is left.
+  template <class Live, class Check>
+  void ForEachFault(const FaultKind& kind, Live live, Check check) {
+    bool fired = true;
+    for (std::size_t k = 1; fired && !HasFailure(); ++k) {
+      ASSERT_LT(k, 3000U);
+      SCOPED_TRACE(kind.label + (" " + std::to_string(k)));
+      storage = OpenBytes(LifeStart(), kLifeReserve);
+      {
+        Watch watch;
+        if (kind.cutBytes != 0) {
+          watch.CutAppendAt(k, kind.cutBytes, kind.error);
+        } else {
+          watch.FailAt(k, kind.forGood ? Only(Call::kWrite) : kAnyCall, kind.error,
+                       kind.forGood ? SIZE_MAX : 0);
+        }
+        live(watch);
+        fired = watch.FaultFired();
+      }
+      storage.reset();
+      check();
     }
   }
-  // Longer than any life here; a fault that never stops firing must not make the test endless.
-  static constexpr std::size_t kMostCalls = 2000;
-  TempDir dir;
-  const std::string path = dir.File("life");
+  // What was begun and may not be whole is removed and made again.
+  bool BeginAnew(const Step& step) const {
+    Stream begun = OpenPath(*storage, step.path);
+    return (!begun || Remove(begun)) && step.perform(*storage, true);
+  }
+  void LoseNothing(const FaultKind& kind) {
+    Values before, after;
+    Step last;
+    ForEachFault(
+        kind,
+        [&](const Watch& watch) {
+          before.clear();
+          after.clear();
+          for (const Step& step : ScriptedLife()) {
+            last = step;
+            step.expect(after);
+            ClearLastError();
+            const bool done = step.perform(*storage, kind.forGood);
+            const bool atRoot = step.path.find('/') == std::string::npos;
+            EXPECT_TRUE(done || !atRoot || LastError() == kind.reason) << step.label;
+            EXPECT_TRUE(done || !atRoot || LastSystemError() == kind.error) << step.label;
+            // What is reported as done has to be there.
+            if (done && !(step.begins && watch.FaultFired())) before = after;
+            if (!done || watch.FaultFired()) break;
+          }
+        },
+        [&] { EXPECT_EQ("", CheckBetween(path, before, after, last.flushing)) << last.label; });
+  }
 };
 
-TEST_P(EachCallFailsOnce, WhatWasCommittedBeforeIsThere) {
-  bool fired = true;
-  for (std::size_t k = 1; fired && k < kMostCalls; ++k) {
-    SCOPED_TRACE("call " + std::to_string(k));
-    WriteFile(path, LifeStart());
-    Values before, after;
-    std::string label;
-    bool flushing = false;
-    {
-      const Storage storage(aoStorage::Open(path.c_str(), kStreamWrite, kLifeReserve));
-      Watch watch;
-      Plan(watch, k);
-      for (const Step& step : ScriptedLife()) {
-        before = after;
-        label = step.label;
-        flushing = step.flushing;
-        step.expect(after);
-        ClearLastError();
-        if (!step.perform(*storage, false)) {
-          EXPECT_NE(LastError(), Error::kNone) << label;
-          EXPECT_EQ(LastSystemError(), GetParam().error) << label;
-          break;
-        }
-        before = after;  // reported as done: it has to be there
-      }
-      fired = watch.FaultFired();
-    }
-    ASSERT_EQ("", CheckBetween(path, before, after, flushing)) << label;
-    ASSERT_EQ("", CheckFile(path, Rules::kAfterFault)) << label;
-  }
-  EXPECT_FALSE(fired);
+TEST_F(Faults, LoseNothingThatWasCommitted) {
+  for (const FaultKind& kind : kOnce) LoseNothing(kind);
+  LoseNothing(kFullDisk);
 }
 
-TEST_P(EachCallFailsOnce, ASecondTryOnTheSameObjectGoesThrough) {
-  bool fired = true;
-  for (std::size_t k = 1; fired && k < kMostCalls; ++k) {
-    SCOPED_TRACE("call " + std::to_string(k));
-    WriteFile(path, LifeStart());
+TEST_F(Faults, AreOvercomeByASecondTry) {
+  for (const FaultKind& kind : kOnce) {
     Values values;
-    {
-      const Storage storage(aoStorage::Open(path.c_str(), kStreamWrite, kLifeReserve));
-      Watch watch;
-      Plan(watch, k);
-      for (const Step& step : ScriptedLife()) {
-        ASSERT_TRUE(step.perform(*storage, true)) << step.label;
-        step.expect(values);
-      }
-      fired = watch.FaultFired();
-    }
-    ASSERT_EQ("", CheckBetween(path, values, values));
-    ASSERT_EQ("", CheckFile(path));
+    ForEachFault(
+        kind,
+        [&](const Watch& watch) {
+          values.clear();
+          for (const Step& step : ScriptedLife()) {
+            const bool firedBefore = watch.FaultFired();
+            const bool done = step.perform(*storage, true);
+            const bool fired = watch.FaultFired() && !firedBefore;
+            ASSERT_TRUE(fired && step.begins ? BeginAnew(step) : done) << step.label;
+            step.expect(values);
+          }
+        },
+        [&] {
+          EXPECT_EQ("", CheckBetween(path, values, values));
+          EXPECT_EQ("", CheckFile(path));
+        });
   }
-  EXPECT_FALSE(fired);
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, EachCallFailsOnce,
-                         ::testing::Values(FaultKind{"InputOutput", EIO, 0},
-                                           FaultKind{"DiskFull", ENOSPC, 0},
-                                           FaultKind{"CutAfter1", ENOSPC, 1},
-                                           FaultKind{"CutAfter21", ENOSPC, 21}),
-                         [](const auto& row) { return std::string(row.param.label); });
+// The k-th allocation of each step fails: what the library remembers still says what the file says.
+TEST_F(Faults, OfMemoryAreOvercomeByASecondTry) {
+  const std::vector<Step> steps = ScriptedLife();
+  for (const Step& failing : steps) {
+    bool fired = true;
+    for (std::size_t k = 1; fired; ++k) {
+      SCOPED_TRACE(failing.label + ", allocation " + std::to_string(k));
+      ASSERT_LT(k, 1000U);
+      storage = OpenBytes(LifeStart(), kLifeReserve);
+      Values values;
+      for (const Step& step : steps) {
+        // A root stream can be in the file and not in the map.
+        const bool anew = step.begins || step.label.rfind("create") == 0;
+        bool done = false;
+        if (&step == &failing) {
+          const FailAllocation fault(k);
+          done = step.perform(*storage, !anew);
+          fired = fault.Fired();
+        } else {
+          done = step.perform(*storage, false);
+        }
+        if (&step == &failing && fired && anew) {
+          Reopen(kLifeReserve);
+          done = BeginAnew(step);
+        }
+        ASSERT_TRUE(done) << step.label;
+        step.expect(values);
+        const Stream folder = Root("f");
+        if (!folder) continue;
+        // Each name is found, by itself and in the walk.
+        std::size_t children = 0;
+        for (const auto& [streamPath, value] : values) {
+          if (streamPath.rfind("f/") != 0 || streamPath.find('/', 2) != std::string::npos) continue;
+          ++children;
+          ASSERT_TRUE(Got(folder->OpenStream(streamPath.c_str() + 2, kReadFlags))) << streamPath;
+        }
+        ASSERT_EQ(NamesIn(*folder).size(), children);
+      }
+      storage.reset();
+      ASSERT_EQ("", CheckBetween(path, values, values));
+      ASSERT_EQ("", CheckFile(path));
+    }
+  }
+}
 
-TEST(FaultsOfOpening, GiveNullAndLeaveNoFileOfTheirOwn) {
-  const TempDir dir;
-  const std::string path = dir.File("new");
-  using Make = aoStorage* (*)(const char*, std::uint32_t, std::uint32_t);
-  for (const Make make : {Make{&aoStorage::Create}, Make{&aoStorage::OpenOrCreate}}) {
+TEST_F(Faults, OfOpeningLeaveTheFileAsItWas) {
+  FileBuilder there;
+  there.AddDirectory();
+  there.AddStream(6, "a", Pattern(10));
+  struct Row {
+    aoStorage* (*open)(const char*, std::uint32_t, std::uint32_t);
+    Bytes before, after;  // empty: no file
+  };
+  for (const Row& row : {Row{&aoStorage::Create, {}, FileBuilder().bytes},
+                         Row{&aoStorage::OpenOrCreate, {}, FileBuilder().bytes},
+                         Row{&aoStorage::OpenOrCreate, there.bytes, there.bytes}}) {
     bool fired = true;
     for (std::size_t k = 1; fired && k < 20; ++k) {
-      Watch watch;
-      watch.FailAt(k, kAnyCall & ~Only(Call::kUnlink), EIO);
-      const Storage storage(make(path.c_str(), kStreamWrite, 0));
-      fired = watch.FaultFired();
-      ASSERT_EQ(storage != nullptr, std::filesystem::exists(path)) << "call " << k;
-      EXPECT_TRUE(storage || fired);
-      if (storage) {
-        EXPECT_EQ(ReadFile(path), FileBuilder().bytes) << "call " << k;
-      }
+      SCOPED_TRACE(k);
       std::filesystem::remove(path);
+      if (!row.before.empty()) WriteFile(path, row.before);
+      {
+        Watch watch;
+        watch.FailAt(k, kAnyCall & ~Only(Call::kUnlink), EIO);
+        storage.reset(row.open(path.c_str(), kStreamWrite, 0));
+        fired = watch.FaultFired();
+      }
+      EXPECT_TRUE(storage || fired);
+      ASSERT_EQ(storage || !row.before.empty(), std::filesystem::exists(path));
+      if (std::filesystem::exists(path)) {
+        EXPECT_EQ(File(), row.after);
+      }
     }
     EXPECT_FALSE(fired);
   }
-}
-
-TEST(FaultsOfOpening, LeaveTheFileAsItWas) {
-  const TempDir dir;
-  FileBuilder builder;
-  builder.AddDirectory();
-  builder.AddStream(6, "a", Pattern(10));
-  const std::string path = dir.File("old");
-  WriteFile(path, builder.bytes);
-  bool fired = true;
-  for (std::size_t k = 1; fired && k < 20; ++k) {
-    Storage storage;
-    {
-      Watch watch;
-      watch.FailAt(k, kAnyCall, EIO);
-      storage.reset(aoStorage::OpenOrCreate(path.c_str(), kStreamWrite, 0));
-      fired = watch.FaultFired();
-    }
-    EXPECT_EQ(ReadFile(path), builder.bytes) << "call " << k;
-    EXPECT_TRUE(fired || (storage && Stream(storage->OpenStream("a", kReadFlags))));
-  }
-  EXPECT_FALSE(fired);
-}
-
-// A disk that stays full: every write from the k-th on fails. Nothing is lost, and reading goes on.
-TEST(FaultsForGood, AFullDiskLosesNothing) {
-  const TempDir dir;
-  const std::string path = dir.File("full");
-  bool fired = true;
-  for (std::size_t k = 1; fired && k < 500; ++k) {
-    WriteFile(path, LifeStart());
-    Values before, after;
-    bool flushing = false;
-    {
-      const Storage storage(aoStorage::Open(path.c_str(), kStreamWrite, kLifeReserve));
-      Watch watch;
-      watch.FailAt(k, Only(Call::kWrite), ENOSPC, SIZE_MAX);
-      for (const Step& step : ScriptedLife()) {
-        before = after;
-        flushing = step.flushing;
-        step.expect(after);
-        if (!step.perform(*storage, true)) {
-          EXPECT_EQ(LastError(), Error::kDiskFull) << step.label;
-          break;
-        }
-        before = after;
-      }
-      fired = watch.FaultFired();
-    }
-    ASSERT_EQ("", CheckBetween(path, before, after, flushing)) << "write " << k;
-    ASSERT_EQ("", CheckFile(path, Rules::kAfterFault)) << "write " << k;
-  }
-  EXPECT_FALSE(fired);
 }
 
 }  // namespace

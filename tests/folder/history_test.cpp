@@ -117,8 +117,10 @@ class FolderHistory : public StorageFileTest {
       const char* name = Name();
       const Stream child(folder->OpenStream(name, kReadFlags));
       ASSERT_EQ(child != nullptr, scan.Find(name) != nullptr);
-      if (!child || image.Find("f/" + std::string(name)) == nullptr) continue;
-      ASSERT_EQ(ReadValue(*child), image.Find("f/" + std::string(name))->Value()) << name;
+      const RawStream* rawChild = image.Find("f/" + std::string(name));
+      if (child && rawChild != nullptr) {
+        ASSERT_EQ(ReadValue(*child), rawChild->Value()) << name;
+      }
     }
   }
 
@@ -140,6 +142,12 @@ class FolderHistory : public StorageFileTest {
     ASSERT_LT(*slot, after.slots.size());
     ASSERT_EQ(after.slots[*slot].name, name);
     ASSERT_EQ(after.slots[*slot].record[67], isFolder ? 1 : 0);
+    if (*slot < before.Counted() && Get32(before.slots[*slot].record, 76) != 0) {
+      ASSERT_EQ(Slice(after.slots[*slot].record, 76, 4), Slice(before.slots[*slot].record, 76, 4));
+    }
+    if (isFolder) {
+      ASSERT_EQ(Raw("f/" + std::string(name)).chain, Bytes(4)) << "over whatever chain";
+    }
     const bool appended = *slot >= before.Counted() && before.count != 0xFFFFFFFF;
     ASSERT_EQ(after.count, before.count + (appended ? 1 : 0));
   }
@@ -160,7 +168,7 @@ class FolderHistory : public StorageFileTest {
     const std::uint32_t slot = Draw(static_cast<unsigned>(scan.slots.size() + 1));
     Bytes data;
     std::uint32_t at = 4 + slot * kSlotSize;
-    switch (Draw(4)) {
+    switch (Draw(5)) {
       case 0:
         data = StreamRecord(Draw(3) == 0 ? "" : Name(), false, 0, 0);
         break;
@@ -168,15 +176,69 @@ class FolderHistory : public StorageFileTest {
         data = Slice(StreamRecord(Name(), false, 0, 0), 4, 61);
         at += 4;
         break;
+      case 2:
+        data.resize(Draw(4) == 0 ? 4 : 0);  // no magic word
+        break;
       default:
+        const std::uint32_t lies[] = {0, 1, 0x7FFFFFFF, 0x80000001, 0xFFFFFFFF};
         data.resize(4);
         Put32(data, 0,
-              Draw(8) == 0 ? 0xFFFFFFFF
+              Draw(4) == 0 ? lies[Draw(5)]
                            : static_cast<std::uint32_t>(scan.slots.size()) - Draw(3) + 1);
         at = 0;
     }
-    if (folder.Seek(at, 0) == 0)
-      folder.Write(data.data(), static_cast<std::uint32_t>(data.size()), Draw(60) == 0);
+    // What ends within a record, or cuts a block that holds part of one, would shift all behind it.
+    const bool within = data.size() < kSlotSize && at != 0 && slot + 1 < scan.slots.size();
+    if (folder.Seek(at, 0) == 0) {
+      folder.Write(data.data(), static_cast<std::uint32_t>(data.size()),
+                   !split && !within && Draw(20) == 0);
+    }
+  }
+  // Renames, removals and the like write one record, wherever its pieces lie, and nothing else.
+  void ChangeRecord(aoStream& folder, unsigned choice) {
+    Stream child = ChildOf(folder);
+    if (!child) return;
+    const RawStream raw = Raw("f");
+    const Scan before(raw);
+    const Scan::Slot* slot = before.Find(child->GetName());
+    ASSERT_NE(slot, nullptr);
+    Bytes expected = File(), record = slot->record;
+    if (choice < 75) {
+      ASSERT_TRUE(Remove(child));
+      std::fill_n(record.begin() + 4, 68, std::uint8_t{0});
+    } else if (choice < 95) {
+      const std::string name = Name();  // two slots may come to one name
+      ASSERT_TRUE(child->Rename(name.c_str()));
+      std::fill_n(record.begin() + 4, 61, std::uint8_t{0});
+      std::copy(name.begin(), name.end(), record.begin() + 4);
+    } else {
+      ASSERT_TRUE(child->Erase());
+      Put32(record, 68, 0);
+    }
+    const auto index = static_cast<std::size_t>(slot - before.slots.data());
+    for (std::size_t i = 0; i < kSlotSize; ++i)
+      expected[raw.PlaceOf(4 + kSlotSize * index + i)] = record[i];
+    ASSERT_EQ(File(), expected);
+  }
+  // Over the old chain, or over that of a plain stream.
+  void MakeFolderAnew() {
+    for (const Object object : {kSecond, kOtherStorage}) folders[object].reset();
+    ASSERT_TRUE(Remove(folders[kFirst]));
+    if (Draw(2) == 0) {
+      split = true;
+      // What it leaves behind, in blocks of any room, looks like child records. The old slot is
+      // taken by another stream, so that the folder comes to where these are.
+      ASSERT_TRUE(Got(storages[0]->CreateStream(std::to_string(random()).c_str(), 0)));
+      const Bytes ghosts = FolderPayload(std::vector<Bytes>(4, StreamRecord("a", false, 0, 0)));
+      const Stream other(storages[0]->OpenOrCreateStream("other", kPlainKind));
+      Stream plain(storages[0]->CreateStream("plain", kWriteFlags));
+      const std::size_t piece = 1 + Draw(90);
+      for (std::size_t at = 0; at < ghosts.size(); at += piece) {
+        ASSERT_TRUE(Append(*plain, Slice(ghosts, at, piece)) && Append(*other, Bytes(1)));
+      }
+      ASSERT_TRUE(Remove(plain));
+    }
+    OpenAll();
   }
   void Step() {
     aoStream& folder = *folders[Draw(3)];
@@ -189,21 +251,15 @@ class FolderHistory : public StorageFileTest {
       case 2:
         folder.SetLength(Draw(folder.GetLength() + 1));
         return;
-      case 3:
+      case 3: {
+        const Bytes before = File();
+        const bool none = Now().Walk().empty();  // a count word that is negative counts none
         folder.ClearFolder();
+        ASSERT_TRUE(!none || File() == before);
         return;
-      case 4: {  // a new folder, over the old chain or over that of a plain stream
-        for (const Object object : {kSecond, kOtherStorage}) folders[object].reset();
-        ASSERT_TRUE(Remove(folders[kFirst]));
-        const bool plainBetween = Draw(2) == 0;
-        if (plainBetween) {
-          Stream plain(storages[0]->CreateStream("plain", kWriteFlags));
-          Append(*plain,
-                 FolderPayload({StreamRecord("a", false, 0, 0), StreamRecord("b", false, 0, 0)}));
-          Remove(plain);
-        }
-        return OpenAll();
       }
+      case 4:
+        return MakeFolderAnew();
       case 5: {
         tag_aoStream header;
         tag_aoStreamOffset offset;
@@ -214,20 +270,13 @@ class FolderHistory : public StorageFileTest {
         if (choice < 12) return WriteFolderData(folder);
         if (choice < 40) return CreateChild(folder, choice < 18);
         if (choice < 60) return WriteChild(folder);
-        Stream child = ChildOf(folder);
-        if (!child) return;
-        if (choice < 75) {
-          ASSERT_TRUE(Remove(child));
-        } else if (choice < 95) {
-          ASSERT_TRUE(child->Rename(Name()));  // two slots may come to one name
-        } else {
-          ASSERT_TRUE(child->Erase());
-        }
+        return ChangeRecord(folder, choice);
     }
   }
 
   std::mt19937 random;
   std::uint32_t reserve = 0;
+  bool split = false;  // records may lie across blocks
   Storage storages[2];
   Stream folders[3];
 };
@@ -237,8 +286,10 @@ TEST_F(FolderHistory, EveryAnswerIsThatOfAPlainScan) {
     SCOPED_TRACE("AOSTORAGE_TEST_SEED=" + std::to_string(seed));
     random.seed(seed);
     reserve = Draw(2) * Draw(120);
+    split = false;
     Create();
     OpenAll();
+    MakeFolderAnew();
     for (int step = 0; step < 400; ++step) {
       SCOPED_TRACE("step " + std::to_string(step));
       ASSERT_NO_FATAL_FAILURE(Step());

@@ -44,6 +44,28 @@ class StorageFileTest : public ::testing::Test {
   const std::string path = dir.File("storage");
 };
 
+/// With one storage that is open.
+class OneStorageTest : public StorageFileTest {
+ protected:
+  void Reopen(std::uint32_t reserve = 0) {
+    storage.reset();
+    storage = Open(reserve);
+  }
+  void Load(const FileBuilder& builder, std::uint32_t reserve = 0) {
+    storage.reset();
+    storage = OpenBytes(builder.bytes, reserve);
+  }
+  /// A root stream.
+  Stream Root(const std::string& name, std::uint32_t flags = kWriteFlags) const {
+    return Stream(storage->OpenStream(name.c_str(), flags));
+  }
+  Stream MakeRoot(const std::string& name, std::uint32_t packedKind = kPlainKind) const {
+    return Stream(storage->CreateStream(name.c_str(), packedKind, kWriteFlags));
+  }
+
+  Storage storage;
+};
+
 inline bool Append(aoStream& stream, const Bytes& bytes) {
   const auto count = static_cast<std::uint32_t>(bytes.size());
   return stream.Seek(0, 1) == 0 && stream.Write(bytes.data(), count) == count;

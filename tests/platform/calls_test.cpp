@@ -1,24 +1,14 @@
 // System calls of the hot roads, and what the platform layer makes of interrupted and short ones.
 #include <cerrno>
 
-#include <gtest/gtest.h>
-
-#include "support/handles.h"
+#include "folder/storage_fixture.h"
 #include "support/life.h"
-#include "support/raw_file.h"
-#include "support/syscalls.h"
-#include "support/temp_dir.h"
 
 namespace aostorage::testing {
 namespace {
 
-class SystemCalls : public ::testing::Test {
+class SystemCalls : public OneStorageTest {
  protected:
-  void Start(const FileBuilder& builder, std::uint32_t reserve = 0) {
-    WriteFile(path, builder.bytes);
-    storage.reset(aoStorage::Open(path.c_str(), kStreamWrite, reserve));
-  }
-  Stream Open(const char* name) { return Stream(storage->OpenStream(name, kWriteFlags)); }
   template <class Operation>
   static std::string Calls(Operation operation) {
     Watch watch;
@@ -28,10 +18,6 @@ class SystemCalls : public ::testing::Test {
   static void Write(const Stream& stream, std::size_t count) {
     EXPECT_EQ(stream->Write(Pattern(count).data(), static_cast<std::uint32_t>(count)), count);
   }
-
-  TempDir dir;
-  const std::string path = dir.File("store");
-  Storage storage;
 };
 
 TEST_F(SystemCalls, Opening) {
@@ -40,13 +26,11 @@ TEST_F(SystemCalls, Opening) {
   builder.AddDirectory();
   builder.AddStream(0, "fast", Pattern(10));
   builder.AddStream(6, "a", Pattern(10));
-  Start(builder);
-  const auto open = [&] { storage.reset(aoStorage::Open(path.c_str(), kStreamWrite, 0)); };
-  EXPECT_EQ(Calls(open), "1 open, 1 state, 3 read");
-  const auto openFast = [&] { Storage(aoStorage::OpenFast(path.c_str(), kStreamWrite, 0)); };
-  EXPECT_EQ(Calls(openFast), "1 open, 1 state, 1 read");
-  EXPECT_EQ(Calls([&] { EXPECT_TRUE(Open("a")); }), "1 read");
-  EXPECT_EQ(Calls([&] { EXPECT_FALSE(Open("none")); }), "no call");
+  Load(builder);
+  EXPECT_EQ(Calls([&] { Reopen(); }), "1 open, 1 state, 3 read");
+  EXPECT_EQ(Calls([&] { OpenFast(); }), "1 open, 1 state, 1 read");
+  EXPECT_EQ(Calls([&] { EXPECT_TRUE(Root("a")); }), "1 read");
+  EXPECT_EQ(Calls([&] { EXPECT_FALSE(Root("none")); }), "no call");
   EXPECT_EQ(Calls([&] { EXPECT_TRUE(Stream(storage->OpenStreamFast("fast", kReadFlags))); }),
             "1 read");
 }
@@ -54,8 +38,8 @@ TEST_F(SystemCalls, Opening) {
 TEST_F(SystemCalls, Reading) {
   FileBuilder builder;
   builder.AddStream(6, "a", Pattern(5000), {4000});
-  Start(builder);
-  const Stream stream = Open("a");
+  Load(builder);
+  const Stream stream = Root("a");
   Bytes data(5000);
   EXPECT_EQ(Calls([&] { stream->Read(data.data(), 100); }), "1 read") << "header and data at once";
   EXPECT_EQ(Calls([&] { stream->Read(data.data(), 100); }), "1 read") << "loaded";
@@ -64,54 +48,40 @@ TEST_F(SystemCalls, Reading) {
 }
 
 TEST_F(SystemCalls, Writing) {
-  Start(FileBuilder(), 100);
-  const Stream stream(storage->CreateStream("a", kWriteFlags));
+  Load(FileBuilder(), 100);
+  const Stream stream = MakeRoot("a");
   EXPECT_EQ(Calls([&] { Write(stream, 10); }), "1 state, 2 write") << "first block";
   EXPECT_EQ(Calls([&] { Write(stream, 10); }), "3 write") << "in the reserve";
   stream->Seek(5, 0);
   EXPECT_EQ(Calls([&] { Write(stream, 10); }), "1 write") << "overwrite";
   stream->Seek(20, 0);
   EXPECT_EQ(Calls([&] { Write(stream, 100); }), "1 state, 3 write") << "tail past its capacity";
-  const Stream other(storage->CreateStream("b", kWriteFlags));
+  const Stream other = MakeRoot("b");
   Write(other, 10);
   EXPECT_EQ(Calls([&] { Write(stream, 50); }), "1 state, 3 write")
       << "over the end of a full block";
-  Write(other, 200);
-  Write(stream, 20);
-  storage.reset();
 }
 
 TEST_F(SystemCalls, WritingOverTheEndOfABlock) {
   FileBuilder builder;
-  const std::uint32_t first = builder.AddChain(Pattern(10), {30});
-  builder.PutSlot(6, StreamRecord("a", false, 10, first, first));
-  Start(builder);
-  const Stream stream = Open("a");
+  builder.AddStream(6, "a", Pattern(10), {30});
+  Load(builder);
+  const Stream stream = Root("a");
   stream->Seek(10, 0);
   EXPECT_EQ(Calls([&] { Write(stream, 50); }), "1 state, 4 write");
   EXPECT_EQ("", CheckFile(path));
 }
 
 TEST_F(SystemCalls, CreatingAndRemovingCostTheSameInAnyDirectory) {
-  Start(FileBuilder());
-  std::string createdEarly, removedEarly;
+  Load(FileBuilder());
   for (int i = 0; i < 1000; ++i) {
     Stream stream;
-    const std::string name = std::to_string(i);
-    const std::string create =
-        Calls([&] { stream.reset(storage->CreateStream(name.c_str(), kWriteFlags)); });
+    const auto create = [&] { stream = MakeRoot(std::to_string(i)); };
+    const std::string calls = Calls(create);
     if (i != 10 && i != 999) continue;
-    const std::string remove = Calls([&] { EXPECT_TRUE(Remove(stream)); });
-    // The place is free again and found as fast.
-    EXPECT_EQ(Calls([&] { Stream(storage->CreateStream(name.c_str(), kWriteFlags)); }), create);
-    if (i == 10) {
-      createdEarly = create;
-      removedEarly = remove;
-    }
-    EXPECT_EQ(create, createdEarly);
-    EXPECT_EQ(remove, removedEarly);
-    EXPECT_EQ(remove, "1 write");
-    EXPECT_EQ(create, "1 read, 1 write");
+    EXPECT_EQ(calls, "1 read, 1 write");
+    EXPECT_EQ(Calls([&] { EXPECT_TRUE(Remove(stream)); }), "1 write");
+    EXPECT_EQ(Calls(create), calls) << "the place is free again and found as fast";
   }
 }
 
@@ -127,23 +97,23 @@ TEST_F(SystemCalls, InterruptedAndShortTransfersAreFinished) {
       Watch watch;
       watch.Interrupt(interruptions);
       watch.LimitTransfers(limit);
-      storage.reset(aoStorage::Open(path.c_str(), kStreamWrite, kLifeReserve));
+      Reopen(kLifeReserve);
       for (const Step& step : ScriptedLife()) {
         ASSERT_TRUE(step.perform(*storage, false)) << step.label;
         step.expect(values);
       }
       EXPECT_EQ("", CheckBetween(path, values, values));
     }
-    if (expectedFile.empty()) expectedFile = ReadFile(path);
-    EXPECT_EQ(ReadFile(path), expectedFile) << interruptions << ", " << limit;
+    if (expectedFile.empty()) expectedFile = File();
+    EXPECT_EQ(File(), expectedFile) << interruptions << ", " << limit;
   }
 }
 
 TEST_F(SystemCalls, ASystemThatNeverMovesAByteEndsInFailure) {
   FileBuilder builder;
   builder.AddStream(6, "a", Pattern(10));
-  Start(builder);
-  const Stream stream = Open("a");
+  Load(builder);
+  const Stream stream = Root("a");
   Bytes data(10);
   for (const bool interrupted : {true, false}) {
     Watch watch;
@@ -155,10 +125,10 @@ TEST_F(SystemCalls, ASystemThatNeverMovesAByteEndsInFailure) {
     EXPECT_EQ(stream->Read(data.data(), 10), kFailed);
     EXPECT_EQ(stream->Write("x", 1), kFailed);
     EXPECT_NE(LastError(), Error::kNone);
-    EXPECT_EQ(Stream(storage->OpenStream("a", kReadFlags)), nullptr);
-    EXPECT_EQ(Storage(aoStorage::Open(path.c_str(), kStreamRead, 0)), nullptr);
+    EXPECT_EQ(Root("a"), nullptr);
+    EXPECT_EQ(Open(), nullptr);
   }
-  EXPECT_EQ(ReadFile(path), builder.bytes);
+  EXPECT_EQ(File(), builder.bytes);
 }
 
 }  // namespace

@@ -1,17 +1,13 @@
 #include "support/life.h"
 
 #include <algorithm>
-#include <set>
+
+#include "support/tree_text.h"
 
 namespace aostorage::testing {
 namespace {
 
-template <class Open>
-Stream Obtain(bool retry, Open open) {
-  Stream stream(open());
-  if (!stream && retry) stream.reset(open());
-  return stream;
-}
+using Change = std::function<bool(Stream& stream)>;
 
 // Goes back over what a failed write took, within the block if that is possible: what the object
 // remembers of the block is not read anew then. Without a block there is nowhere to go, and a write
@@ -23,50 +19,103 @@ bool GoTo(aoStream& stream, std::uint32_t position) {
   return stream.Seek(position, 0) == 0 || (position == 0 && LastSystemError() == 0);
 }
 
-Step Create(const std::string& name, bool fast = false) {
-  return {"create " + name,
-          [=](aoStorage& storage, bool retry) {
-            return Obtain(retry, [&] {
-                     return fast ? storage.CreateStreamFast(name.c_str(), kWriteFlags)
-                                 : storage.CreateStream(name.c_str(), kWriteFlags);
-                   }) != nullptr;
-          },
-          [=](Values& values) { values[name]; }, false};
+Stream OpenAt(aoStorage& storage, const std::string& path, bool retry) {
+  Stream stream = OpenPath(storage, path);
+  return stream || !retry ? std::move(stream) : OpenPath(storage, path);
 }
 
-Step Write(const std::string& name, std::uint32_t position, std::size_t count, bool final = false) {
-  const Bytes data = Pattern(count, position + static_cast<unsigned>(count));
-  return {"write " + name + " at " + std::to_string(position),
+Step OnStream(const std::string& label, const std::string& path, const Change& change,
+              const std::function<void(Values&)>& expect, bool flushing = false) {
+  return {label + " " + path,
+          path,
           [=](aoStorage& storage, bool retry) {
-            const Stream stream =
-                Obtain(retry, [&] { return storage.OpenStream(name.c_str(), kWriteFlags); });
-            if (!stream) return false;
-            for (int attempt = 0; attempt < (retry ? 2 : 1); ++attempt) {
-              if (GoTo(*stream, position) &&
-                  stream->Write(data.data(), static_cast<std::uint32_t>(count), final) == count) {
-                return true;
-              }
-            }
-            return false;
-          },
-          [=](Values& values) {
-            Bytes& value = values[name];
-            if (value.size() < position + count || final) value.resize(position + count);
-            std::copy(data.begin(), data.end(), value.begin() + position);
-          },
-          final};
-}
-
-Step Change(const std::string& label, const std::string& name,
-            const std::function<bool(Stream&)>& change,
-            const std::function<void(Values&)>& expect) {
-  return {label + " " + name,
-          [=](aoStorage& storage, bool retry) {
-            Stream stream =
-                Obtain(retry, [&] { return storage.OpenStream(name.c_str(), kWriteFlags); });
+            Stream stream = OpenAt(storage, path, retry);
             return stream && (change(stream) || (retry && change(stream)));
           },
-          expect, false};
+          expect,
+          flushing,
+          false};
+}
+
+// Runs `change` on the folder around the path, with the child's name.
+Step InFolder(const std::string& path,
+              const std::function<bool(aoStream& folder, const char* name)>& change,
+              const Bytes& value) {
+  return {"make " + path,
+          path,
+          [=](aoStorage& storage, bool retry) {
+            const Stream folder = OpenAt(storage, path.substr(0, path.rfind('/')), retry);
+            return folder && change(*folder, path.substr(path.rfind('/') + 1).c_str());
+          },
+          [=](Values& values) { values[path] = value; },
+          false,
+          true};
+}
+
+Step Create(const std::string& path, bool folder = false, bool fast = false) {
+  if (path.find('/') != std::string::npos) {
+    const auto create = [=](aoStream& parent, const char* name) {
+      return Stream(parent.OpenOrCreateStream(name, PackKind(folder), kWriteFlags)) != nullptr;
+    };
+    return InFolder(path, create, {});
+  }
+  return {
+      "create " + path,
+      path,
+      [=](aoStorage& storage, bool retry) {
+        const auto create = [&] {
+          return Stream(fast ? storage.CreateStreamFast(path.c_str(), kWriteFlags)
+                             : storage.CreateStream(path.c_str(), PackKind(folder), kWriteFlags));
+        };
+        return create() != nullptr || (retry && create() != nullptr);
+      },
+      [=](Values& values) { values[path]; },
+      false,
+      folder};
+}
+
+Step Write(const std::string& path, std::uint32_t position, const Bytes& data, bool final = false) {
+  const auto write = [=](Stream& stream) {
+    const auto count = static_cast<std::uint32_t>(data.size());
+    return GoTo(*stream, position) && stream->Write(data.data(), count, final) == count;
+  };
+  const auto expect = [=](Values& values) {
+    Bytes& value = values[path];
+    const std::size_t end = position + data.size();
+    if (value.size() < end || final) value.resize(end);
+    std::copy(data.begin(), data.end(), value.begin() + position);
+  };
+  return OnStream("write", path, write, expect, final);
+}
+
+Step Write(const std::string& path, std::uint32_t position, std::size_t count, bool final = false) {
+  return Write(path, position, Pattern(count, position + static_cast<unsigned>(count)), final);
+}
+
+Step Shorten(const std::string& path, std::uint32_t length) {
+  const auto shorten = [=](Stream& stream) {
+    return length == 0 ? stream->Erase() : stream->SetLength(length);
+  };
+  return OnStream("shorten", path, shorten, [=](Values& values) { values[path].resize(length); });
+}
+
+Step RemoveAt(const std::string& path) {
+  const auto expect = [=](Values& values) {
+    for (auto it = values.lower_bound(path);
+         it != values.end() && it->first.compare(0, path.size(), path) == 0;) {
+      it = values.erase(it);
+    }
+  };
+  return OnStream(
+      "remove", path, [](Stream& stream) { return Remove(stream); }, expect);
+}
+
+Step Rename(const std::string& path, const std::string& name) {
+  const auto rename = [=](Stream& stream) { return stream->Rename(name.c_str()); };
+  const auto expect = [=](Values& values) {
+    values[path.substr(0, path.rfind('/') + 1) + name] = values.extract(path).mapped();
+  };
+  return OnStream("rename", path, rename, expect);
 }
 
 bool MayBeBetween(const Bytes& value, const Bytes& before, const Bytes& after, bool flushing) {
@@ -93,6 +142,7 @@ bool MayBeBetween(const Bytes& value, const Bytes& before, const Bytes& after, b
 Bytes LifeStart() { return FileBuilder(FileBuilder::Form::kCurrent, 62).bytes; }
 
 std::vector<Step> ScriptedLife() {
+  const Bytes ghost = StreamRecord("ghost", false, 0, 0);
   return {
       Create("a"),
       Write("a", 0, 10),    // first block, with a reserve
@@ -107,48 +157,77 @@ std::vector<Step> ScriptedLife() {
       Write("a", 555, 20),       // overwrites, across blocks
       Write("b", 90, 30, true),  // the value ends here, in the second block
       Write("b", 0, 7, true),    // and here, in the first
-      Change(
-          "shorten", "a", [](Stream& stream) { return stream->SetLength(700); },
-          [](Values& values) { values["a"].resize(700); }),
-      Change(
-          "erase", "c", [](Stream& stream) { return stream->Erase(); },
-          [](Values& values) { values["c"].clear(); }),
+      Shorten("a", 700),
+      Shorten("c", 0),
       Write("c", 0, 3),
-      Change(
-          "remove", "a", [](Stream& stream) { return Remove(stream); },
-          [](Values& values) { values.erase("a"); }),
+      RemoveAt("a"),
       Create("d"),         // takes the slot and the chain of a
       Write("d", 0, 900),  // runs through the old chain and beyond
-      Create("f", true),
-      Write("f", 0, 120),
+      Create("e", false, true),
+      Write("e", 0, 120),
+      Rename("d", "dd"),
+
+      Create("g"),
+      Write("g", 0, FolderPayload({ghost, ghost})),
+      RemoveAt("g"),
+      Create("f", true),  // over the chain of g, which looks like child records
+      Create("f/a"),
+      Write("f/a", 0, 30),
+      Create("f/b"),
+      Write("f/b", 0, 200),
+      Create("f/sub", true),
+      Create("f/sub/x"),
+      Write("f/sub/x", 0, 90),
+      Write("f/a", 30, 300),  // beyond its first block
+      Rename("f/b", "bb"),
+      InFolder("f/entry",
+               [](aoStream& folder, const char* name) {
+                 return folder.SetEntry(name, std::int32_t{1}) == 1 &&
+                        folder.GetEntry(name, std::int32_t{0}) == 1;
+               },
+               {1, 0, 0, 0}),
+      InFolder(
+          "f/log",
+          [](aoStream& folder, const char* name) { return folder.SetEntry(name, "value", 5) == 1; },
+          {4, 0, 0, 0, 'v', 'a', 'l', 'u', 'e'}),
+      RemoveAt("f/a"),
+      Create("f/c"),  // in the slot and the chain of a
+      Write("f/c", 0, 350),
+      RemoveAt("f/sub"),
+      Create("f/next", true),  // over the chain of sub
+      Create("f/next/y"),
+      Write("f/next/y", 0, 40),
   };
 }
 
 std::string CheckBetween(const std::string& path, const Values& before, const Values& after,
                          bool flushing) {
+  std::string wrong = CheckFile(path, Rules::kAfterFault);
+  const RawImage image = ReadImage(ReadFile(path), Rules::kAfterFault);
+  for (const RawStream& stream : image.streams) {
+    if (before.count(stream.path) + after.count(stream.path) == 0)
+      wrong += stream.path + " came from nowhere\n";
+  }
+  if (image.streams.size() < std::min(before.size(), after.size())) wrong += "one is lost\n";
   const Storage storage(aoStorage::Open(path.c_str(), kStreamRead, 0));
-  if (!storage) return "does not open";
-  std::set<std::string> names;
-  for (const auto& [name, value] : before) names.insert(name);
-  for (const auto& [name, value] : after) names.insert(name);
-  for (const std::string& name : names) {
+  if (!storage) return wrong + "does not open";
+  Values all = before;
+  all.insert(after.begin(), after.end());
+  for (const auto& [name, some] : all) {
     const auto old = before.find(name), updated = after.find(name);
-    const Stream stream(storage->OpenStream(name.c_str(), kReadFlags));
-    if (!stream) {
-      if (old != before.end() && updated != after.end()) return name + " is gone";
-      continue;
-    }
+    const Stream stream = OpenPath(*storage, name);
+    if (!stream && old != before.end() && updated != after.end()) wrong += name + " is gone\n";
+    if (!stream || stream->IsFolder() != 0) continue;
     Bytes value(stream->GetLength());
     const std::uint32_t got = stream->Read(value.data(), stream->GetLength());
-    if (got == kFailed) return name + " cannot be read";
+    if (got == kFailed) return wrong + name + " cannot be read";
     value.resize(got);
     const Bytes& from = old == before.end() ? Bytes() : old->second;
     const Bytes& to = updated == after.end() ? Bytes() : updated->second;
-    if (!MayBeBetween(value, from, to, flushing)) {
-      return name + " holds " + std::to_string(value.size()) + " bytes that it never had";
-    }
+    if (!MayBeBetween(value, from, to, flushing))
+      wrong += name + " holds " + std::to_string(got) + " bytes that it never had\n";
   }
-  return "";
+  return wrong;
 }
 
 }  // namespace aostorage::testing

@@ -9,48 +9,35 @@ namespace {
 
 constexpr std::size_t kReservedSlots = 6, kSlotsPerDirectory = 64;
 
-void List(const ModelStream& stream, const std::string& parentPath,
-          std::vector<std::pair<std::string, const ModelStream*>>& inUse,
-          std::vector<const ModelStream*>& vacated) {
-  if (stream.name.empty()) {
-    if (!stream.blocks.empty()) vacated.push_back(&stream);
-    return;
-  }
-  inUse.emplace_back(parentPath + stream.name, &stream);
-  for (const auto& child : stream.slots)
-    List(*child, parentPath + stream.name + "/", inUse, vacated);
-}
-
 std::string Describe(const std::vector<RawBlock>& blocks) {
   std::string text;
-  for (const RawBlock& block : blocks) {
+  for (const RawBlock& block : blocks)
     text += " " + std::to_string(block.used) + "/" + std::to_string(block.capacity);
-  }
   return text;
 }
 
-std::string Describe(const ModelStream& stream) {
+// The stream itself, used and capacity of each block, and all bytes.
+std::string CompareStream(const ModelStream& expected, const RawStream& actual) {
+  std::vector<RawBlock> blocks;
+  Bytes chain;
+  for (const auto& block : expected.blocks) {
+    blocks.push_back({0, block->used, block->capacity, 0, 0});
+    chain.insert(chain.end(), block->data.begin(),
+                 block->data.begin() + block->used - kBlockHeaderSize);
+  }
   std::string text;
-  for (const auto& block : stream.blocks) {
-    text += " " + std::to_string(block->used) + "/" + std::to_string(block->capacity);
+  if (actual.name != expected.name || actual.length != expected.length ||
+      actual.duration != expected.duration || (actual.kind == 1) != expected.folder) {
+    text += actual.name + " of length " + std::to_string(actual.length) + " instead of " +
+            expected.name + " of " + std::to_string(expected.length) + ", or kind or duration\n";
+  }
+  if (Describe(blocks) != Describe(actual.blocks)) {
+    text += actual.path + ": blocks are" + Describe(actual.blocks) + " instead of" +
+            Describe(blocks) + "\n";
+  } else if (chain != actual.chain) {
+    text += actual.path + ": bytes differ\n";
   }
   return text;
-}
-
-// Used and capacity of each block, and the bytes that the model knows.
-std::string CompareChain(const std::string& label, const ModelStream& expected,
-                         const RawStream& actual) {
-  if (Describe(expected) != Describe(actual.blocks)) {
-    return label + ": blocks are" + Describe(actual.blocks) + " instead of" + Describe(expected) +
-           "\n";
-  }
-  const std::vector<ModelByte> bytes = expected.Chain();
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (bytes[i] != kUnknownByte && bytes[i] != actual.chain[i]) {
-      return label + ": byte " + std::to_string(i) + " differs\n";
-    }
-  }
-  return "";
 }
 
 }  // namespace
@@ -64,30 +51,9 @@ std::vector<unsigned> HistorySeeds(std::size_t count) {
   return seeds;
 }
 
-std::vector<ModelByte> ModelStream::Chain() const {
-  std::vector<ModelByte> bytes;
-  for (const auto& block : blocks) {
-    bytes.insert(bytes.end(), block->data.begin(),
-                 block->data.begin() + block->used - kBlockHeaderSize);
-  }
-  return bytes;
-}
-
 ModelStorage::ModelStorage(std::uint32_t bytesReserved)
     : reserve(bytesReserved), slots(kSlotsPerDirectory) {
   for (auto& slot : slots) slot = std::make_unique<ModelStream>();
-}
-
-void ModelStorage::Take(ModelStream& slot, const std::string& name, bool folder,
-                        std::uint16_t duration) {
-  slot.name = name;
-  slot.folder = folder;
-  slot.duration = duration;
-  slot.length = 0;
-  slot.slots.clear();
-  if (!folder) return;
-  for (const auto& block : slot.blocks) block->used = kBlockHeaderSize;
-  ModelCursor(*this, slot).Write(Bytes(4));
 }
 
 ModelStream* ModelStorage::Create(const std::string& name, bool folder, bool fast,
@@ -101,37 +67,22 @@ ModelStream* ModelStorage::Create(const std::string& name, bool folder, bool fas
       slots.push_back(std::make_unique<ModelStream>());
     tail = nullptr;
   }
-  Take(*slots[index], name, folder, duration);
-  return slots[index].get();
-}
-
-ModelStream* ModelStorage::CreateChild(ModelStream& parent, const std::string& name, bool folder) {
-  ModelStream* vacated = nullptr;
-  for (const auto& slot : parent.slots) {
-    if (slot->name == name) return nullptr;
-    if (slot->name.empty() && vacated == nullptr) vacated = slot.get();
+  ModelStream& slot = *slots[index];
+  slot.name = name;
+  slot.folder = folder;
+  slot.duration = duration;
+  if (folder) {
+    for (const auto& block : slot.blocks) block->used = kBlockHeaderSize;
+    ModelCursor(*this, slot).Write(Bytes(4));
   }
-  if (vacated == nullptr) {
-    ModelCursor cursor(*this, parent);
-    cursor.Seek(static_cast<std::uint32_t>(4 + kSlotSize * parent.slots.size()), 0);
-    cursor.Write(Bytes(kSlotSize));
-    parent.slots.push_back(std::make_unique<ModelStream>());
-    vacated = parent.slots.back().get();
-    for (const auto& block : parent.blocks) block->data.assign(block->data.size(), kUnknownByte);
-  }
-  Take(*vacated, name, folder, 0);
-  return vacated;
+  return &slot;
 }
 
 void ModelStorage::Remove(ModelStream& stream) {
-  for (const auto& block : stream.blocks) {
-    if (stream.folder) block->data.assign(block->data.size(), kUnknownByte);
-  }
   stream.name.clear();
   stream.folder = false;
   stream.duration = 0;
   stream.length = 0;
-  stream.slots.clear();
 }
 
 ModelStream* ModelStorage::Find(const std::string& name) const {
@@ -141,44 +92,21 @@ ModelStream* ModelStorage::Find(const std::string& name) const {
   return nullptr;
 }
 
-std::vector<ModelStream*> ModelStorage::Streams() const {
-  std::vector<ModelStream*> streams;
-  for (const auto& slot : slots) {
-    if (!slot->name.empty()) streams.push_back(slot.get());
-  }
-  return streams;
-}
-
 std::string ModelStorage::Compare(const RawImage& image) const {
   std::string text;
   for (const std::string& violation : image.violations) text += violation + "\n";
   if (image.directories.size() * kSlotsPerDirectory != slots.size())
     text += "number of directory blocks\n";
-  std::vector<std::pair<std::string, const ModelStream*>> inUse;
-  std::vector<const ModelStream*> vacated;
-  for (const auto& slot : slots) List(*slot, "", inUse, vacated);
-  if (inUse.size() != image.streams.size() || vacated.size() != image.vacated.size()) {
-    return text + std::to_string(image.streams.size()) + " streams, " +
-           std::to_string(image.vacated.size()) + " vacated instead of " +
-           std::to_string(inUse.size()) + ", " + std::to_string(vacated.size()) + "\n";
+  std::size_t inUse = 0, vacated = 0;
+  for (const auto& slot : slots) {
+    const bool free = slot->name.empty();
+    if (free && slot->blocks.empty()) continue;
+    const std::vector<RawStream>& among = free ? image.vacated : image.streams;
+    const std::size_t index = free ? vacated++ : inUse++;
+    text += index < among.size() ? CompareStream(*slot, among[index]) : slot->name + " is lost\n";
   }
-  for (std::size_t i = 0; i < inUse.size(); ++i) {
-    const auto& [path, stream] = inUse[i];
-    const RawStream& actual = image.streams[i];
-    if (actual.path != path) {
-      text += actual.path + " in place of " + path + "\n";
-      continue;
-    }
-    if (actual.length != stream->length || actual.duration != stream->duration ||
-        (actual.kind == 1) != stream->folder) {
-      text += path + ": length " + std::to_string(actual.length) + " instead of " +
-              std::to_string(stream->length) + ", or kind or duration\n";
-    }
-    text += CompareChain(path, *stream, actual);
-  }
-  for (std::size_t i = 0; i < vacated.size(); ++i) {
-    text += CompareChain(image.vacated[i].path, *vacated[i], image.vacated[i]);
-  }
+  if (inUse < image.streams.size() || vacated < image.vacated.size())
+    text += "more streams than there should be\n";
   return text;
 }
 
@@ -191,8 +119,8 @@ ModelBlock* ModelStorage::Allocate(ModelStream& stream) {
   return tail;
 }
 
-std::vector<ModelByte> ModelCursor::Read(std::uint32_t count) {
-  std::vector<ModelByte> bytes;
+Bytes ModelCursor::Read(std::uint32_t count) {
+  Bytes bytes;
   while (HasBlock() && count != 0) {
     if (blockOffset == 0) blockOffset = kBlockHeaderSize;
     const ModelBlock& here = *stream.blocks[block];
@@ -223,7 +151,8 @@ void ModelCursor::Write(const Bytes& bytes, bool final) {
         &here == storage.tail ? left : std::min<std::size_t>(left, here.capacity - blockOffset);
     const std::size_t place = blockOffset - kBlockHeaderSize;
     if (here.data.size() < place + chunk) here.data.resize(place + chunk);
-    for (std::size_t i = 0; i < chunk; ++i) here.data[place + i] = bytes[done + i];
+    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(done), chunk,
+                here.data.begin() + static_cast<std::ptrdiff_t>(place));
     done += chunk;
     blockOffset += static_cast<std::uint32_t>(chunk);
     position += static_cast<std::uint32_t>(chunk);
@@ -247,6 +176,12 @@ bool ModelCursor::Seek(std::uint32_t distance, std::uint8_t origin, bool forward
   if (origin > 2) return false;
   if (origin == 0) return SeekRight(distance, true);
   return origin == 2 && forward ? SeekRight(distance, false) : SeekLeft(distance, origin == 1);
+}
+
+bool ModelCursor::Seek2(std::int32_t offset, std::uint32_t origin) {
+  if (origin > 1) return SeekRight(0, true);
+  const auto distance = static_cast<std::uint32_t>(std::abs(std::int64_t{offset}));
+  return offset < 0 ? SeekLeft(distance, origin == 0) : SeekRight(distance, origin == 0);
 }
 
 bool ModelCursor::Walk(std::uint32_t distance, std::size_t walkBlock, std::uint32_t offset) {

@@ -16,14 +16,9 @@ namespace aostorage::testing {
 /// AOSTORAGE_TEST_SEED replays a single one. Put the seed into a SCOPED_TRACE.
 std::vector<unsigned> HistorySeeds(std::size_t count);
 
-/// A byte of a chain, or kUnknownByte where the model does not follow the bytes (records of a
-/// folder).
-using ModelByte = std::int16_t;
-inline constexpr ModelByte kUnknownByte = -1;
-
 struct ModelBlock {
   std::uint32_t used = kBlockHeaderSize, capacity = kBlockHeaderSize;
-  std::vector<ModelByte> data;  ///< `capacity` bytes without the header
+  Bytes data;  ///< `capacity` bytes without the header
 };
 
 /// A slot with its stream; without a name it is free and keeps its chain for the next stream in it.
@@ -33,10 +28,6 @@ struct ModelStream {
   std::uint16_t duration = 0;
   std::uint32_t length = 0;
   std::vector<std::unique_ptr<ModelBlock>> blocks;
-  std::vector<std::unique_ptr<ModelStream>>
-      slots;  ///< children of a folder, vacated slots included
-
-  std::vector<ModelByte> Chain() const;
 };
 
 class ModelStorage {
@@ -46,20 +37,14 @@ class ModelStorage {
   /// No block may grow past its capacity until one is allocated.
   void Reopened() { tail = nullptr; }
   /// @return null when the name is taken, or no reserved slot is free for a Fast creation
-  ModelStream* Create(const std::string& name, bool folder, bool fast = false,
-                      std::uint16_t duration = 0);
-  ModelStream* CreateChild(ModelStream& parent, const std::string& name, bool folder);
-  /// Vacates the slot and those of all children.
+  ModelStream* Create(const std::string& name, bool folder, bool fast, std::uint16_t duration);
   static void Remove(ModelStream& stream);
   ModelStream* Find(const std::string& name) const;
-  /// The root streams in slot order.
-  std::vector<ModelStream*> Streams() const;
   /// What differs from the file; empty when nothing does.
   std::string Compare(const RawImage& image) const;
 
  private:
   friend class ModelCursor;
-  void Take(ModelStream& slot, const std::string& name, bool folder, std::uint16_t duration);
   ModelBlock* Allocate(ModelStream& stream);
 
   std::uint32_t reserve;
@@ -72,10 +57,11 @@ class ModelCursor {
  public:
   ModelCursor(ModelStorage& owner, ModelStream& target) : storage(owner), stream(target) {}
 
-  std::vector<ModelByte> Read(std::uint32_t count);
+  Bytes Read(std::uint32_t count);
   void Write(const Bytes& bytes, bool final = false);
   /// As aoStream::Seek. @return true when it succeeds; after a failure go on with origin 0 or 1
   bool Seek(std::uint32_t distance, std::uint8_t origin, bool forward = true);
+  bool Seek2(std::int32_t offset, std::uint32_t origin);
   bool SetLength(std::uint32_t newLength);
   void Erase();
   std::uint32_t Position() const { return position; }

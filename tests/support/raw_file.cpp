@@ -83,8 +83,7 @@ class Reader {
       CheckStream(stream);
       if (inUse && stream.kind == 1) {
         const std::string path = stream.path.size() < 1000 ? stream.path + "/" : ".../";
-        const std::uint32_t children = ChildCount(stream);
-        for (std::uint32_t i = children; i-- > 0;) {
+        for (std::uint32_t i = ChildCount(stream); i-- > 0;) {
           const std::size_t position = 4 + std::size_t{kSlotSize} * i;
           pending.push_back(
               {Slice(stream.chain, position, kSlotSize), stream.PlaceOf(position), path, false});
@@ -110,15 +109,12 @@ class Reader {
     stream.lastBlock = Get32(record, 72);
     stream.firstBlock = Get32(record, 76);
     stream.recordOffset = place;
-    const bool blank =
-        std::all_of(record.begin(), record.end(), [](std::uint8_t byte) { return byte == 0; });
-    if (Get32(record, 0) != kStreamMagic && !(root && blank))
+    if (Get32(record, 0) != kStreamMagic && !(root && record == Bytes(kSlotSize)))
       Violation(stream.path + ": no magic word");
-    if (stream.name.size() > 60) Violation(stream.path + ": name without end");
-    const auto nameEnd = record.begin() + 4 + static_cast<std::ptrdiff_t>(stream.name.size());
-    if (std::any_of(nameEnd, record.begin() + 65, [](std::uint8_t byte) { return byte != 0; })) {
+    const std::size_t length = stream.name.size();
+    if (length > 60) Violation(stream.path + ": name without end");
+    if (Slice(record, 4 + length, 61 - length) != Bytes(61 - length))
       Violation(stream.path + ": bytes behind the name");
-    }
     if (stream.kind > 1) Violation(stream.path + ": unknown kind");
     if (stream.name.empty() && (stream.duration != 0 || stream.kind != 0 || stream.length != 0)) {
       Violation(stream.path + ": vacated slot is not blank");

@@ -72,20 +72,6 @@ ssize_t Transfer(Call call, int descriptor, const iovec* pieces, int count, off6
   return moved;
 }
 
-ssize_t TransferOne(Call call, int descriptor, void* buffer, std::size_t count, off64_t offset) {
-  const iovec piece{buffer, count};
-  return Transfer(call, descriptor, &piece, 1, offset);
-}
-
-int Open(const char* path, int flags, mode_t mode) {
-  return static_cast<int>(
-      Plain(Call::kOpen, [&] { return syscall(SYS_openat, AT_FDCWD, path, flags, mode); }));
-}
-
-int State(int descriptor, void* out) {
-  return static_cast<int>(Plain(Call::kState, [&] { return syscall(SYS_fstat, descriptor, out); }));
-}
-
 }  // namespace
 
 Watch::Watch() { current = this; }
@@ -162,6 +148,10 @@ void Watch::Record(int descriptor, std::uint64_t offset, const std::uint8_t* byt
 }  // namespace aostorage::testing
 
 using aostorage::testing::Call;
+using aostorage::testing::Plain;
+using aostorage::testing::Transfer;
+
+static_assert(sizeof(off_t) == sizeof(off64_t), "or the second names are other functions");
 
 extern "C" {
 
@@ -170,84 +160,52 @@ int open(const char* path, int flags, ...) {
   va_start(more, flags);
   const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0;
   va_end(more);
-  return aostorage::testing::Open(path, flags, mode);
+  return static_cast<int>(
+      Plain(Call::kOpen, [&] { return syscall(SYS_openat, AT_FDCWD, path, flags, mode); }));
 }
-
-int open64(const char* path, int flags, ...) {
-  va_list more;
-  va_start(more, flags);
-  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0;
-  va_end(more);
-  return aostorage::testing::Open(path, flags, mode);
-}
-
 int fstat(int descriptor, struct stat* out) noexcept {
-  return aostorage::testing::State(descriptor, out);
+  return static_cast<int>(Plain(Call::kState, [&] { return syscall(SYS_fstat, descriptor, out); }));
 }
-int fstat64(int descriptor, struct stat64* out) noexcept {
-  return aostorage::testing::State(descriptor, out);
-}
-
 ssize_t pread(int descriptor, void* buffer, std::size_t count, off_t offset) {
-  return aostorage::testing::TransferOne(Call::kRead, descriptor, buffer, count, offset);
-}
-ssize_t pread64(int descriptor, void* buffer, std::size_t count, off64_t offset) {
-  return aostorage::testing::TransferOne(Call::kRead, descriptor, buffer, count, offset);
+  const iovec piece{buffer, count};
+  return Transfer(Call::kRead, descriptor, &piece, 1, offset);
 }
 ssize_t pwrite(int descriptor, const void* buffer, std::size_t count, off_t offset) {
-  return aostorage::testing::TransferOne(Call::kWrite, descriptor, const_cast<void*>(buffer), count,
-                                         offset);
-}
-ssize_t pwrite64(int descriptor, const void* buffer, std::size_t count, off64_t offset) {
-  return aostorage::testing::TransferOne(Call::kWrite, descriptor, const_cast<void*>(buffer), count,
-                                         offset);
-}
-ssize_t preadv(int descriptor, const iovec* pieces, int count, off_t offset) {
-  return aostorage::testing::Transfer(Call::kRead, descriptor, pieces, count, offset);
-}
-ssize_t preadv64(int descriptor, const iovec* pieces, int count, off64_t offset) {
-  return aostorage::testing::Transfer(Call::kRead, descriptor, pieces, count, offset);
+  const iovec piece{const_cast<void*>(buffer), count};
+  return Transfer(Call::kWrite, descriptor, &piece, 1, offset);
 }
 ssize_t pwritev(int descriptor, const iovec* pieces, int count, off_t offset) {
-  return aostorage::testing::Transfer(Call::kWrite, descriptor, pieces, count, offset);
+  return Transfer(Call::kWrite, descriptor, pieces, count, offset);
 }
-ssize_t pwritev64(int descriptor, const iovec* pieces, int count, off64_t offset) {
-  return aostorage::testing::Transfer(Call::kWrite, descriptor, pieces, count, offset);
-}
-
 int fsync(int descriptor) {
-  return static_cast<int>(
-      aostorage::testing::Plain(Call::kSync, [&] { return syscall(SYS_fsync, descriptor); }));
-}
-int fdatasync(int descriptor) {
-  return static_cast<int>(
-      aostorage::testing::Plain(Call::kSync, [&] { return syscall(SYS_fdatasync, descriptor); }));
+  return static_cast<int>(Plain(Call::kSync, [&] { return syscall(SYS_fsync, descriptor); }));
 }
 int rename(const char* from, const char* to) noexcept {
-  return static_cast<int>(aostorage::testing::Plain(
+  return static_cast<int>(Plain(
       Call::kRename, [&] { return syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0U); }));
 }
-int unlink(const char* path) noexcept {
-  return static_cast<int>(aostorage::testing::Plain(
-      Call::kUnlink, [&] { return syscall(SYS_unlinkat, AT_FDCWD, path, 0); }));
-}
 int unlinkat(int directory, const char* path, int flags) noexcept {
-  return static_cast<int>(aostorage::testing::Plain(
-      Call::kUnlink, [&] { return syscall(SYS_unlinkat, directory, path, flags); }));
+  return static_cast<int>(
+      Plain(Call::kUnlink, [&] { return syscall(SYS_unlinkat, directory, path, flags); }));
 }
+int unlink(const char* path) noexcept { return unlinkat(AT_FDCWD, path, 0); }
 ssize_t copy_file_range(int from, off64_t* fromOffset, int to, off64_t* toOffset, std::size_t count,
                         unsigned flags) {
-  return aostorage::testing::Plain(Call::kCopy, [&] {
+  return Plain(Call::kCopy, [&] {
     return syscall(SYS_copy_file_range, from, fromOffset, to, toOffset, count, flags);
   });
 }
 int ftruncate(int descriptor, off_t length) noexcept {
-  return static_cast<int>(aostorage::testing::Plain(
-      Call::kTruncate, [&] { return syscall(SYS_ftruncate, descriptor, length); }));
+  return static_cast<int>(
+      Plain(Call::kTruncate, [&] { return syscall(SYS_ftruncate, descriptor, length); }));
 }
-int ftruncate64(int descriptor, off64_t length) noexcept {
-  return static_cast<int>(aostorage::testing::Plain(
-      Call::kTruncate, [&] { return syscall(SYS_ftruncate, descriptor, length); }));
-}
+
+// The names that the same functions have where file offsets are asked to be of 64 bits.
+int open64(const char*, int, ...) __attribute__((alias("open")));
+int fstat64(int, struct stat64*) noexcept __attribute__((alias("fstat")));
+ssize_t pread64(int, void*, std::size_t, off64_t) __attribute__((alias("pread")));
+ssize_t pwrite64(int, const void*, std::size_t, off64_t) __attribute__((alias("pwrite")));
+ssize_t pwritev64(int, const iovec*, int, off64_t) __attribute__((alias("pwritev")));
+int ftruncate64(int, off64_t) noexcept __attribute__((alias("ftruncate")));
 
 }  // extern "C"

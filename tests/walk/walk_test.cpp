@@ -2,27 +2,30 @@
 // them.
 #include <algorithm>
 #include <array>
+#include <random>
 
 #include "folder/storage_fixture.h"
+#include "storage/map_sort.h"
+#include "support/model.h"
 
 namespace aostorage::testing {
 namespace {
 
 using Names = std::vector<std::string>;
 
-class RootWalks : public StorageFileTest {
+class RootWalks : public OneStorageTest {
  protected:
-  static void Make(aoStorage& storage, const Names& names) {
-    for (const std::string& name : names)
-      ASSERT_TRUE(Got(storage.CreateStream(name.c_str(), kWriteFlags))) << name;
+  void Make(const Names& names) const {
+    for (const std::string& name : names) ASSERT_TRUE(MakeRoot(name)) << name;
   }
-  static Names Walk(aoStorage& storage) {
+  Names Walk() const {
     Names names;
     StreamCookie cookie = 77;
-    for (Stream stream(storage.OpenStreamFirst(cookie, kReadFlags)); stream;
-         stream.reset(storage.OpenStreamNext(cookie, kReadFlags))) {
+    for (Stream stream(storage->OpenStreamFirst(cookie, kReadFlags)); stream;
+         stream.reset(storage->OpenStreamNext(cookie, kReadFlags))) {
       names.push_back(stream->GetName());
     }
+    EXPECT_EQ(names.empty(), cookie == 77) << "without a stream it stays";
     return names;
   }
   static Names WalkSlots(aoStorage& storage) {
@@ -32,14 +35,15 @@ class RootWalks : public StorageFileTest {
     while (stream->GoNext());
     return names;
   }
-  static Names WalkList(aoStorage& storage) {
+  Names WalkList() const {
     Names names;
     int position = 77;
-    for (Stream stream(storage.OpenStreamFirst2(position, kReadFlags)); stream;
-         stream.reset(storage.OpenStreamNext2(position, kReadFlags))) {
+    for (Stream stream(storage->OpenStreamFirst2(position, kReadFlags)); stream;
+         stream.reset(storage->OpenStreamNext2(position, kReadFlags))) {
       EXPECT_EQ(position, static_cast<int>(names.size()));
       names.push_back(stream->GetName());
     }
+    EXPECT_EQ(names.empty(), position == 77) << "without a stream it stays";
     return names;
   }
   static Names Sorted(Names names) {
@@ -49,100 +53,112 @@ class RootWalks : public StorageFileTest {
 };
 
 TEST_F(RootWalks, OverAnEmptyStorageLeaveTheCookie) {
-  const Storage storage = Create();
-  for (const int sorted : {0, 1}) {
-    storage->EnableSorting(sorted, 0);
-    StreamCookie cookie = 77;
-    EXPECT_FALSE(Got(storage->OpenStreamFirst(cookie, kReadFlags)));
-    EXPECT_EQ(cookie, 77);
-  }
-  int position = 77;
-  EXPECT_FALSE(Got(storage->OpenStreamFirst2(position, kReadFlags)));
-  EXPECT_EQ(position, 77);
+  storage = Create();
+  EXPECT_EQ(Walk(), Names());
+  EXPECT_EQ(WalkList(), Names());
+  storage->EnableSorting(1, 0);
+  EXPECT_EQ(Walk(), Names());
   CIterateSortedStreams iteration;
   EXPECT_EQ(storage->IterateSortedStreamsNoOPENS(&iteration), 0);
   EXPECT_EQ(iteration.firstCall, 0);
   EXPECT_EQ(storage->IterateSortedStreamsNoOPENS(&iteration), 0);
   EXPECT_EQ(storage->IterateSortedStreamsNoOPENS(nullptr), 0);
-  Stream empty(storage->OpenStreamFirst(kReadFlags));
-  ASSERT_TRUE(empty) << "the first slot, in use or not";
-  EXPECT_STREQ(empty->GetName(), "");
-  EXPECT_FALSE(empty->GoNext());
-  EXPECT_EQ(empty.release()->Release(), 0);
+  EXPECT_EQ(WalkSlots(*storage), Names{""}) << "the first slot, in use or not";
+  EXPECT_EQ(storage->OpenStreamFirst(kReadFlags)->Release(), 0);
 }
 
-TEST_F(RootWalks, MeetEveryStreamOnceInTheOrderAsked) {
-  Names names;
-  for (int i = 0; i < 150; ++i)
-    names.push_back((i % 2 == 0 ? "n" : "N") + std::to_string(i * 37 % 150));
-  names.insert(names.end(), {"\x80high", "a", "ab", "abcdefgh", "abcdefghi", "abcdefgh\x01", "B"});
-  Storage storage = Create();
-  Make(*storage, names);
-  ASSERT_TRUE(Got(storage->CreateStreamFast("reserved", kWriteFlags)));
-  names.push_back("reserved");
-  for (int round = 0; round < 2; ++round) {
-    storage->EnableSorting(0, 0);
-    const Names unsorted = Walk(*storage);
-    EXPECT_EQ(Sorted(unsorted), Sorted(names));
-    EXPECT_EQ(Walk(*storage), unsorted);
-    Names expected = Sorted(names);
-    storage->EnableSorting(1, 0);
-    EXPECT_EQ(Walk(*storage), expected);
+TEST_F(RootWalks, FollowALongHistoryInTheOrderAsked) {
+  const Names odd{"\x80high", "a", "ab", "abcdefgh", "abcdefghi", "abcdefgh\x01", "B"};
+  for (const unsigned seed : HistorySeeds(3)) {
+    SCOPED_TRACE("AOSTORAGE_TEST_SEED=" + std::to_string(seed));
+    std::mt19937 random(seed);
+    storage = Create();
+    // The unsorted walk goes from list to list, in each the newest first.
+    std::array<Names, 17> lists;
+    const auto listOf = [&](const std::string& name) -> Names& {
+      return lists[detail::HashKey(name) % lists.size()];
+    };
+    const auto drop = [&](const std::string& name) {
+      Names& list = listOf(name);
+      list.erase(std::find(list.begin(), list.end(), name));
+    };
+    for (int round = 0; round < 10; ++round) {
+      // Rounds that mostly grow and rounds that mostly shrink.
+      const unsigned removals = round % 2 == 0 ? 2 : 9;
+      for (int step = 0; step < 150; ++step) {
+        const auto number = random() % 200;
+        const std::string name = number < odd.size() ? odd[number] : std::to_string(number);
+        Stream stream = Root(name);
+        if (!stream && random() % 10 >= removals) {
+          Make({name});
+          listOf(name).insert(listOf(name).begin(), name);
+        } else if (stream && random() % 10 < removals) {
+          drop(name);
+          if (const std::string other = "x" + name; random() % 4 == 0 && !Root(other)) {
+            ASSERT_TRUE(stream->Rename(other.c_str()));
+            listOf(other).insert(listOf(other).begin(), other);
+          } else {
+            ASSERT_TRUE(Remove(stream));
+          }
+        }
+      }
+      Names expected;
+      for (const Names& list : lists) expected.insert(expected.end(), list.begin(), list.end());
+      storage->EnableSorting(0, 0);
+      ASSERT_EQ(Walk(), expected);
+      expected = Sorted(expected);
+      storage->EnableSorting(1, 0);
+      ASSERT_EQ(Walk(), expected);
+      storage->EnableSorting(1, 1);
+      std::reverse(expected.begin(), expected.end());
+      ASSERT_EQ(Walk(), expected);
+      if (expected.empty()) continue;
+      Stream gone = Root(expected.front());  // nothing but this makes the sorted view old
+      ASSERT_TRUE(Remove(gone));
+      drop(expected.front());
+      expected.erase(expected.begin());
+      ASSERT_EQ(Walk(), expected);
+    }
+    const Names before = Walk();
+    Reopen();
     storage->EnableSorting(1, 1);
-    std::reverse(expected.begin(), expected.end());
-    EXPECT_EQ(Walk(*storage), expected);
-    storage = Open();
+    EXPECT_EQ(Walk(), before);
   }
-  storage->EnableSorting(1, 0);
-  EXPECT_EQ(Walk(*storage), Sorted(names));
-  Make(*storage, {"later"});
-  names.push_back("later");
-  EXPECT_EQ(Walk(*storage), Sorted(names)) << "the view follows a creation";
-  Stream gone(storage->OpenStream("B", kWriteFlags));
-  ASSERT_TRUE(Remove(gone));
-  names.erase(std::find(names.begin(), names.end(), "B"));
-  EXPECT_EQ(Walk(*storage), Sorted(names)) << "and a removal";
-  ASSERT_TRUE(Stream(storage->OpenStream("a", kWriteFlags))->Rename("zz"));
-  *std::find(names.begin(), names.end(), "a") = "zz";
-  EXPECT_EQ(Walk(*storage), Sorted(names)) << "and a new name";
 }
 
 TEST_F(RootWalks, EndMarksAndStaleCookiesGiveNull) {
-  const Storage storage = Create();
-  Make(*storage, {"a"});
+  storage = Create();
+  StreamCookie cookie = 77;
+  const auto next = [&](StreamCookie from) {
+    cookie = from;
+    return Stream(storage->OpenStreamNext(cookie, kWriteFlags));
+  };
+  Make({"a"});
   for (const int sorted : {0, 1}) {
     storage->EnableSorting(sorted, 0);
-    StreamCookie cookie = 77;
     EXPECT_TRUE(Got(storage->OpenStreamFirst(cookie, kReadFlags)));
     EXPECT_EQ(cookie, sorted == 0 ? 0 : -1);
-    EXPECT_FALSE(Got(storage->OpenStreamNext(cookie, kReadFlags)));
+    EXPECT_FALSE(next(cookie));
   }
-  Make(*storage, {"b", "c"});
+  Make({"b", "c"});
   for (const int sorted : {0, 1}) {
     storage->EnableSorting(sorted, 0);
-    StreamCookie cookie = 0;
     const Stream first(storage->OpenStreamFirst(cookie, kReadFlags));
     const StreamCookie second = cookie;
-    EXPECT_NE(second, 0);
-    EXPECT_NE(second, -1);
-    StreamCookie next = second;
-    Stream removed(storage->OpenStreamNext(next, kWriteFlags));
+    EXPECT_TRUE(second != 0 && second != -1);
+    Stream removed = next(second);
     const std::string name = removed->GetName();
     ASSERT_TRUE(Remove(removed));
-    next = second;
-    EXPECT_FALSE(Got(storage->OpenStreamNext(next, kReadFlags))) << "its entry is gone";
-    Make(*storage, {"taker"});
-    next = second;
-    const Stream met(storage->OpenStreamNext(next, kReadFlags));
-    EXPECT_TRUE(!met || sorted == 1) << "another entry has its place";
-    Stream taker(storage->OpenStream("taker", kWriteFlags));
+    EXPECT_FALSE(next(second)) << "its entry is gone";
+    Make({"taker"});
+    EXPECT_TRUE(!next(second) || sorted == 1) << "another entry has its place";
+    Stream taker = Root("taker");
     ASSERT_TRUE(Remove(taker));
-    Make(*storage, {name});
+    Make({name});
     for (const StreamCookie made :
          {StreamCookie{-1}, StreamCookie{-2}, StreamCookie{99}, StreamCookie{1} << 33, INTPTR_MAX,
           INTPTR_MIN, reinterpret_cast<StreamCookie>(storage.get())}) {
-      next = made;
-      EXPECT_FALSE(Got(storage->OpenStreamNext(next, kReadFlags))) << made;
+      EXPECT_FALSE(next(made)) << made;
     }
   }
   for (const int made : {-1, -2, 3, 99, INT32_MAX, INT32_MIN}) {
@@ -159,10 +175,10 @@ TEST_F(RootWalks, EndMarksAndStaleCookiesGiveNull) {
 }
 
 TEST_F(RootWalks, GoOnBehindAStreamThatIsNotShared) {
-  const Storage storage = Create();
-  Make(*storage, {"a", "b", "c"});
+  storage = Create();
+  Make({"a", "b", "c"});
   storage->EnableSorting(1, 0);
-  const Stream held(storage->OpenStream("b", kStreamRead | kShareRead));
+  const Stream held = Root("b", kStreamRead | kShareRead);
   StreamCookie cookie = 0;
   EXPECT_TRUE(Got(storage->OpenStreamFirst(cookie, kReadFlags)));
   EXPECT_FALSE(Got(storage->OpenStreamNext(cookie, kReadFlags)));
@@ -184,50 +200,20 @@ TEST_F(RootWalks, BySlotsStopAtTheFirstEmptyOne) {
       builder.PutSlot(slot % 64, StreamRecord(names.back(), false, 0, 0), slot / 64);
     }
     builder.PutSlot(3, StreamRecord("beyond", false, 0, 0), 1);
-    Storage storage = OpenBytes(builder.bytes);
+    Load(builder);
     EXPECT_EQ(WalkSlots(*storage), names);
     EXPECT_EQ(WalkSlots(*OpenFast()), names) << "the map has no part in it";
     Names all = names;
     all.insert(all.begin(), "reserved");
     all.push_back("beyond");
-    EXPECT_EQ(WalkList(*storage), all);
-    EXPECT_EQ(Sorted(Walk(*storage)), Sorted(all));
+    EXPECT_EQ(WalkList(), all);
+    EXPECT_EQ(Sorted(Walk()), Sorted(all));
     int position = 0;
-    EXPECT_FALSE(Got(OpenFast()->OpenStreamFirst2(position, kReadFlags)))
-        << "no name is in the map";
-    Stream removed(storage->OpenStream(names[1].c_str(), kWriteFlags));
+    EXPECT_FALSE(Got(OpenFast()->OpenStreamFirst2(position, kReadFlags)));
+    Stream removed = Root(names[1]);
     ASSERT_TRUE(Remove(removed));
     EXPECT_EQ(WalkSlots(*storage), (Names{names[0]}));
-
-    // A chain of directories that leads back, and one that is damaged.
-    for (const std::uint32_t next :
-         {builder.SlotAt(0) - 12, builder.SlotAt(0, 1) - 12, 0x7FFFFFFFU}) {
-      FileBuilder damaged = builder;
-      Put32(damaged.bytes, builder.SlotAt(0, 1) - 12 + 8, next);
-      storage = OpenBytes(damaged.bytes);
-      EXPECT_FALSE(Got(storage->OpenStreamFirst2(position, kReadFlags)));
-      EXPECT_EQ(WalkSlots(*storage), names);
-      EXPECT_EQ(Sorted(Walk(*storage)), Sorted(all));
-    }
   }
-}
-
-TEST_F(RootWalks, ByTheListOpenWhatTheMapHolds) {
-  FileBuilder builder;
-  builder.PutSlot(6, StreamRecord("twice", false, 1, 0));
-  builder.PutSlot(7, StreamRecord("twice", false, 2, 0));
-  builder.PutSlot(8, StreamRecord("last", false, 3, 0));
-  const Storage storage = OpenBytes(builder.bytes);
-  int position = 0;
-  EXPECT_EQ(Stream(storage->OpenStreamFirst2(position, kReadFlags))->GetLength(), 2U);
-  EXPECT_EQ(Stream(storage->OpenStreamNext2(position, kReadFlags))->GetLength(), 2U);
-  ASSERT_TRUE(storage->RemoveStream("last"));
-  Make(*storage, {"new"});
-  EXPECT_FALSE(Got(storage->OpenStreamNext2(position, kReadFlags))) << "dropped from the map";
-  EXPECT_EQ(position, 2);
-  EXPECT_FALSE(Got(storage->OpenStreamNext2(position, kReadFlags)))
-      << "the list is that of the start";
-  EXPECT_EQ(position, 2);
 }
 
 TEST_F(RootWalks, SortedScansEstimateDurations) {
@@ -253,24 +239,16 @@ TEST_F(RootWalks, SortedScansEstimateDurations) {
       {"two days, nothing before", 0, 0, 0, {{"5F000000", 0, 3600}, {"5F02A300", 0, 3600}}, 3600},
       {"descending wraps", 0, 9, 1, {{"5F000708", 0, 9}, {"5F000000", 0, 9}}, 9},
       {"gap of 0", 0, 9, 0, {{"5F00000A", 0, 3600}, {"5f00000a", 0, 3600}}, 3600},
-      {"over others",
-       0,
-       0,
-       0,
-       {{"5F000000", 0, 60}, {"5F0000001", 0, 0}, {"5F00002", 0, 0}, {"5F00003C", 1, 60}},
-       60},
+      {"over others", 0, 0, 0, {{"5F000000", 0, 60}, {"5F00002", 0, 0}, {"5F00003C", 1, 60}}, 60},
       {"other lengths", 0, 5, 0, {{"5F00000", 0, 0}, {"5F0000000", 0, 0}}, 5},
       {"no number", 0, 5, 0, {{"01234567", 0, 5}, {"what's up", 0, 0}, {"zzzzzzzz", 0, 5}}, 5},
       {"begins as a number", 0, 5, 0, {{"0000000x", 0, 16}, {"000010zz", 0, 16}}, 16},
-      {"end of the numbers", 0, 5, 0, {{"FFFFFFF0", 0, 15}, {"FFFFFFFF", 0, 15}}, 15},
-  };
+      {"end of the numbers", 0, 5, 0, {{"FFFFFFF0", 0, 15}, {"FFFFFFFF", 0, 15}}, 15}};
   for (const Row& row : rows) {
     SCOPED_TRACE(row.label);
-    const Storage storage = Create();
-    for (const Entry& entry : row.entries) {
-      ASSERT_TRUE(
-          Got(storage->CreateStream(entry.name, PackKind(false, entry.minutes), kWriteFlags)));
-    }
+    storage = Create();
+    for (const Entry& entry : row.entries)
+      ASSERT_TRUE(MakeRoot(entry.name, PackKind(false, entry.minutes)));
     CIterateSortedStreams iteration;
     iteration.fixedDuration = row.fixedDuration;
     iteration.lastDuration = row.lastDuration;
@@ -296,28 +274,22 @@ TEST_F(RootWalks, SortedScansEstimateDurations) {
 }
 
 TEST_F(RootWalks, SearchesTakeTheFirstOfTheirKind) {
-  const Storage storage = Create();
-  Make(*storage, {"p", "q"});
-  for (const char* name : {"g", "f"})
-    ASSERT_TRUE(Got(storage->CreateStream(name, kFolderKind, kWriteFlags)));
-  using Search = aoStream* (aoStorage::*)(const char*);
+  storage = Create();
+  Make({"p", "q"});
+  for (const char* name : {"g", "f"}) ASSERT_TRUE(MakeRoot(name, kFolderKind));
   struct Row {
-    Search search;
+    aoStream* (aoStorage::*search)(const char*);
     const char *name, *ascending, *descending;
-    bool mayRename;
   };
-  const Row rows[] = {
-      {&aoStorage::FindRootStorage, "", "f", "g", false},
-      {&aoStorage::FindRootStorage, "g", "g", "g", false},
-      {&aoStorage::FindRootStorage, "p", nullptr, nullptr, 0},
-      {&aoStorage::FindRootStorage, "x", nullptr, nullptr, 0},
-      {&aoStorage::FindRootStorageWrite, "", "f", "g", true},
-      {&aoStorage::FindRootStorageWrite, "f", "f", "f", true},
-      {&aoStorage::FindRootStream, "", "p", "q", false},
-      {&aoStorage::FindRootStream, "q", "q", "q", false},
-      {&aoStorage::FindRootStream, "f", nullptr, nullptr, 0},
-      {&aoStorage::FindRootStream, nullptr, nullptr, nullptr, 0},
-  };
+  const Row rows[] = {{&aoStorage::FindRootStorage, "", "f", "g"},
+                      {&aoStorage::FindRootStorage, "g", "g", "g"},
+                      {&aoStorage::FindRootStorage, "p", nullptr, nullptr},
+                      {&aoStorage::FindRootStorage, "x", nullptr, nullptr},
+                      {&aoStorage::FindRootStorageWrite, "", "f", "g"},
+                      {&aoStorage::FindRootStorageWrite, "f", "f", "f"},
+                      {&aoStorage::FindRootStream, "", "p", "q"},
+                      {&aoStorage::FindRootStream, "f", nullptr, nullptr},
+                      {&aoStorage::FindRootStream, nullptr, nullptr, nullptr}};
   for (const int descending : {0, 1}) {
     storage->EnableSorting(1, descending);
     for (const Row& row : rows) {
@@ -326,14 +298,14 @@ TEST_F(RootWalks, SearchesTakeTheFirstOfTheirKind) {
       ASSERT_EQ(found != nullptr, expected != nullptr);
       if (!found) continue;
       EXPECT_STREQ(found->GetName(), expected);
-      EXPECT_EQ(found->Rename(expected), row.mayRename) << "opened for writing or not";
+      EXPECT_EQ(found->Rename(expected), row.search == &aoStorage::FindRootStorageWrite);
     }
   }
 }
 
 TEST_F(RootWalks, SubfolderCountsAreTheStoredOnes) {
-  const Storage storage = Create();
-  const Stream folder(storage->CreateStream("f", kFolderKind, kWriteFlags));
+  storage = Create();
+  const Stream folder = MakeRoot("f", kFolderKind);
   EXPECT_EQ(storage->GetSubfolderCount("f"), 0U);
   for (const char* name : {"a", "b", "c"})
     ASSERT_TRUE(Got(folder->CreateStream(name, kPlainKind, kWriteFlags)));
@@ -345,7 +317,7 @@ TEST_F(RootWalks, SubfolderCountsAreTheStoredOnes) {
     EXPECT_EQ(storage->GetSubfolderCount(name), 0U);
   }
   EXPECT_EQ(OpenFast()->GetSubfolderCount("f"), 0U);
-  const Stream held(storage->OpenStream("f", kStreamRead | kShareRead));
+  const Stream held = Root("f", kStreamRead | kShareRead);
   EXPECT_EQ(storage->GetSubfolderCount("f"), 0U) << "refused by the share rules";
 }
 
