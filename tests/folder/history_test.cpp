@@ -160,6 +160,7 @@ class FolderHistory : public StorageFileTest {
     ASSERT_EQ(child->Write(data.data(), static_cast<std::uint32_t>(data.size()), final),
               data.size());
     ASSERT_EQ(Slice(ReadValue(*child), 0, data.size()), data);
+    ASSERT_TRUE(data.empty() || Raw("f/" + std::string(child->GetName())).lastBlock != 0);
   }
   // The folder's data written directly: a record, half a record, the count word, or an end of the
   // data.
