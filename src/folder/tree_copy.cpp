@@ -34,7 +34,8 @@ void TreeCopy::CopyPlain(StreamCore& from, StreamCore* to) {
   }
   bool copied =
       goal == Goal::kNone ? whole.ReadHead(from, CopyWitness::kHeadSize) : whole.Read(from);
-  bytesMet += std::uint64_t{from.Cursor().position} + from.Cursor().steps * BlockHeader::kSize;
+  bytesMet += std::uint64_t{from.Cursor().position} +
+              std::uint64_t{from.Cursor().steps} * BlockHeader::kSize;
   if (!HasRoom()) return;
   if (copied && to != nullptr) {
     to->Rewind();

@@ -149,12 +149,12 @@ bool Rebuild::CarryRoot(const char* name, TreeCopy& copy, const StoragePointer& 
   return copy.IsWhole() && (!copy.metMissingSlots || Fail(Error::kDamaged));
 }
 
-// Reads the new file as anybody else would and compares.
+// Walks the new file, its directory first, and compares. The name map is not needed for that.
 bool Rebuild::Check(const StoragePointer& target, const std::string& path) const {
   File file = File::Open(path, File::Access::kRead);
   if (!file.IsOpen()) return false;
   if (!(file.Identity() == target->file.Identity())) return Fail(Error::kRefused);
-  const StoragePointer written = OpenStorageIn(path, std::move(file), 0, true);
+  const StoragePointer written = OpenStorageIn(path, std::move(file), 0, false);
   if (written == nullptr) return false;
   CopySeal found;
   TreeCopy reading(*written, TreeCopy::Goal::kNone, &found);

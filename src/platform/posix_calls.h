@@ -6,12 +6,13 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <stdio.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/uio.h>
-#include <time.h>
 #include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
 
 namespace aostorage::detail::posix {
 
