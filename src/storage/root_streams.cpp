@@ -44,11 +44,13 @@ std::unique_ptr<StreamCore> RootStreams::Create(const char* name, std::uint32_t 
   const tag_aoStream header =
       NewStreamHeader(name, packedKind, slot->header.lastBlock, slot->header.firstBlock);
   const StreamHeader::Bytes bytes = StreamHeader::Encode(header);
+  slot->locator.durationSeconds = DurationSeconds(header);
+  // All that takes memory comes before the write: a stream that is in the file is in the map.
+  storage->streamMap.MakeRoom();
+  storage->sharedStreams.Displace(slot->locator.headerOffset);
+  auto stream = std::make_unique<StreamCore>(storage, header, slot->locator, flags, sharing);
   if (!storage->Write(slot->locator.headerOffset, bytes.data(), bytes.size())) return nullptr;
   storage->directory.SlotTaken(slot->locator);
-  storage->sharedStreams.Displace(slot->locator.headerOffset);
-  slot->locator.durationSeconds = DurationSeconds(header);
-  auto stream = std::make_unique<StreamCore>(storage, header, slot->locator, flags, sharing);
   storage->streamMap.Store(name, slot->locator);
   if (PackedFolder(packedKind)) {
     // Should it fail, the folder is there without a count, and operations on its children fail.

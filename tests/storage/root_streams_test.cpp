@@ -1,5 +1,6 @@
 // Root streams: which slot they take, what a vacated one hands on, and who may open them.
 #include "folder/storage_fixture.h"
+#include "support/allocations.h"
 
 namespace aostorage::testing {
 namespace {
@@ -228,6 +229,27 @@ TEST_F(RootStreams, ReleaseTellsTheUseCount) {
   EXPECT_EQ(created->Release(), 2) << "takes a use away from the record of its name";
   EXPECT_EQ(first->Release(), 1);
   EXPECT_EQ(third->Release(), -1);
+}
+
+// It was in the file and not in the map: the second try made another stream of that name.
+TEST(RootCreationWithoutMemory, LeavesNoStreamThatTheMapDoesNotHave) {
+  const TempDir dir;
+  const std::string path = dir.File("storage");
+  bool fired = true;
+  for (std::size_t k = 1; fired; ++k) {
+    SCOPED_TRACE(k);
+    {
+      const Storage storage(aoStorage::Create(path.c_str(), 0, 0));
+      {
+        const FailAllocation fault(k);
+        const Stream first(storage->CreateStream("a", kWriteFlags));
+        fired = fault.Fired();
+      }
+      const Stream again(storage->OpenOrCreateStream("a", 0));
+      ASSERT_TRUE(again);
+    }
+    ASSERT_EQ(ReadImage(ReadFile(path)).streams.size(), 1U);
+  }
 }
 
 }  // namespace
