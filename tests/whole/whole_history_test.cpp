@@ -159,26 +159,30 @@ class WholeInterface : public WholeHistory {
   void ReadAndWrite() {
     aoStream& s = *o->stream;
     CAoStreamFile file(&s);
-    const std::uint32_t size = Size(o->node->value), to = Draw(size + 1);
+    const std::uint32_t size = Size(o->node->value);
+    // With another object's writes it knows neither the length nor how its block goes on: it writes
+    // where it stands, or goes to a place from the start.
+    const bool stay = size == 0 || (!o->IsFresh() && yes);
+    if (!o->IsFresh()) form = Draw(5);
+    const std::uint32_t to = stay ? o->at : Draw(size + 1);
     const std::uint32_t distance = to < o->at ? o->at - to : to - o->at;
-    Bytes into(Draw(size - to + 1));
-    if (!o->IsFresh()) form = 0;  // it knows neither the length nor how its block goes on
-    std::uint32_t moved = 0;      // without a block there is nowhere to go
-    if (size != 0 && form < 5) moved = s.Seek(to, 0);
-    if (size != 0 && form >= 5 && form < 10) moved = s.Seek(size - to, 1);
-    if (size != 0 && form >= 10 && form < 15) moved = s.Seek(distance, 2, to >= o->at);
-    if (size != 0 && form >= 15 && file.Seek(static_cast<std::int32_t>(to), 0) != 0) moved = 1;
+    Bytes into(stay ? 0 : Draw(size - to + 1));
+    std::uint32_t moved = 0;
+    if (!stay && form < 5) moved = s.Seek(to, 0);
+    if (!stay && form >= 5 && form < 10) moved = s.Seek(size - to, 1);
+    if (!stay && form >= 10 && form < 15) moved = s.Seek(distance, 2, to >= o->at);
+    if (!stay && form >= 15 && file.Seek(static_cast<std::int32_t>(to), 0) != 0) moved = 1;
     EXPECT_EQ(moved, 0U);
     EXPECT_EQ(yes ? s.Read(into.data(), Size(into)) : file.Read(into.data(), Size(into)),
               Size(into));
     EXPECT_EQ(into, Slice(o->node->value, to, into.size()));
     o->at = to + Size(into);
     EXPECT_EQ(s.GetCurDataPos(), o->at);
-    const bool asValue = form % 4 == 3;
+    const bool asValue = form % 4 == 3, final = form % 4 == 0;
     if (asValue) data = Encode(name);
     if (asValue) s << name;
-    EXPECT_EQ(asValue ? Size(data) : s.Write(data.data(), Size(data), yes), data.size());
-    o->Wrote(data, yes && !asValue);
+    EXPECT_EQ(asValue ? Size(data) : s.Write(data.data(), Size(data), final), data.size());
+    o->Wrote(data, final);
     EXPECT_TRUE(!o->IsFresh() || s.GetLength() == o->node->Length());
   }
   void Shorten() {
