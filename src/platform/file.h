@@ -59,7 +59,7 @@ class File {
 
   // Anything that is not a regular file is refused at once, without waiting for a peer.
   static File Open(const std::string& path, Access access);
-  // Takes a file away by its path; for a file that a failed creation leaves behind.
+  // Takes a file away by its path; for one that this library has made.
   static void Delete(const std::string& path);
 
   bool IsOpen() const { return descriptor >= 0; }

@@ -97,9 +97,8 @@ class Rebuilding {
       return soFar.hidden == 0 || options.dropHidden;
     };
     aostorage::ClearLastError();
-    // In its own place by the path: the result of the other form may be a new object at the old
-    // one's address, and would not tell a rebuilt store from an untouched one.
-    // The library copies over no file that a further object has open.
+    // In its own place by the path, with nothing open here: the library copies over no file that a
+    // further object has open.
     if (!options.output) {
       storage.reset();
       return aostorage::aoStorage::Recreate(path.c_str(), follow) == 1;
