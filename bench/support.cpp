@@ -111,9 +111,9 @@ Deadline::Deadline()
 
 void Fail(benchmark::State& state, Failure failure) {
   std::string text = failure;
-  const aostorage::Error error = aostorage::LastError();
-  if (error != aostorage::Error::kNone)
-    text += std::string(" (last error: ") + aostorage::ErrorText(error) + ")";
+  const aostorage::Error& error = aostorage::LastError();
+  if (error.code != aostorage::ErrorCode::kNone)
+    text += std::string(" (last error: ") + error.text + ")";
   state.SkipWithError(text.c_str());
 }
 

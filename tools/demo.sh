@@ -1,19 +1,19 @@
 #!/usr/bin/env bash
 # Shows the tool at work on real input: a directory tree goes into a new store and out again, and must
-# come back as it went in. Then a part of it is copied to another store, and a part removed and the
-# store compacted.
+# come back as it went in. Then a part of it is copied to another store, and a part removed, the store is
+# looked into and compacted.
 #
-#   demo.sh TOOL [DIR]
+#   demo.sh TOOL [DIR [PICTURES]]
 #
 # TOOL is the aostorage program. Without DIR the machine's documentation is taken, or where there is
-# none, the sources of this project.
+# none, the sources of this project. PICTURES is a directory that gets demo-map.svg and demo-map.html.
 set -euo pipefail
 export LC_ALL=C # names are bytes
 
 readonly longest_name=60
 
 usage() {
-  echo "usage: demo.sh TOOL [DIR]" >&2
+  echo "usage: demo.sh TOOL [DIR [PICTURES]]" >&2
   exit 2
 }
 
@@ -73,7 +73,7 @@ timed() {
   }'
 }
 
-(($# == 1 || $# == 2)) || usage
+(($# >= 1 && $# <= 3)) || usage
 tool=$(realpath -- "$1")
 [[ -x $tool ]] || usage
 tree=$(realpath -- "${2-$(default_tree)}")
@@ -81,6 +81,8 @@ has_files "$tree" || {
   echo "demo.sh: no files in $tree" >&2
   exit 2
 }
+
+pictures=${3+$(realpath -- "$3")}
 
 work=$(mktemp -d)
 trap 'rm -rf -- "$work"' EXIT
@@ -131,6 +133,25 @@ while IFS= read -r -d '' name; do
   fi
 done < <(find "$work/in" -mindepth 1 -maxdepth 1 -printf '%f\0' | sort -z)
 
+say "appending to two streams in turn, and looking where the bytes are"
+for round in {1..12}; do
+  for journal in demo-journal demo-log; do
+    head -c $((round * 777)) /dev/zero | "$tool" log "$store" "$journal"
+  done
+done
+"$tool" stat --top 3 "$store" | sed 's/^/    /'
+say "the file, byte by byte"
+"$tool" map "$store"
+for form in svg html; do
+  "$tool" map "--$form" "$work/demo-map.$form" "$store"
+  if [[ -n $pictures ]]; then
+    cp -- "$work/demo-map.$form" "$pictures/"
+  fi
+done
+say "as a picture: $(stat -c %s "$work/demo-map.svg") bytes, as a page: $(stat -c %s "$work/demo-map.html") bytes"
+"$tool" rm "$store" demo-journal
+"$tool" rm "$store" demo-log
+
 say "compacting"
 "$tool" compact "$store" | sed 's/^/    /'
 if (($(stat -c %s "$store") + $(bytes_in "$work/moved") > before)); then
@@ -143,4 +164,8 @@ say "comparing"
 compare "$work/in" "$work/out"
 "$tool" export "$second" "$work/out"
 compare "$work/moved" "$work/out"
-say "identical in both stores"
+say "checking"
+for each in "$store" "$second"; do
+  "$tool" check --strict "$each" | sed 's/^/    /'
+done
+say "identical in both stores, and both are sound"

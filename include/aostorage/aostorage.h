@@ -7,6 +7,7 @@
 #include <aostorage/error.h>
 #include <aostorage/export.h>
 #include <aostorage/hash_words.h>
+#include <aostorage/inspect.h>
 #include <aostorage/memory_stream.h>
 #include <aostorage/path_loader.h>
 #include <aostorage/storage.h>

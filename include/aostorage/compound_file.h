@@ -188,7 +188,8 @@ class AOSTORAGE_API CCompStgFile {
   char* CreateStreamName(std::uint32_t value, char* text = nullptr);
   /// Deletes the regular files in a directory whose names have no dot in them, and then the
   /// directory itself, if nothing is left in it. Follows no symbolic link in the directory. What
-  /// cannot be deleted is passed over. Does nothing when the path leads to no directory.
+  /// cannot be deleted is passed over; LastError tells the first. Does nothing when the path leads
+  /// to no directory.
   static void Remove(const char* path);
   /// @}
 

@@ -50,8 +50,8 @@ class AOSTORAGE_API aoStorage {
   /// @param flags  kStreamWrite opens the file for writing too; other bits are not looked at
   /// @return the storage, or null when the file cannot be opened or is no storage; the file is
   /// unchanged. A
-  ///         directory that breaks off gives a storage with the names read so far, and LastError is
-  ///         then kDamaged; it is unchanged when the whole directory was read.
+  ///         directory that breaks off gives a storage with the names read so far, and LastError
+  ///         then tells the damage; it is unchanged when the whole directory was read.
   static aoStorage* Open(const char* fileName, std::uint32_t flags, std::uint32_t defaultBlockSize);
 
   /// Opens a storage file without reading its directory: the map is empty and only the operations
@@ -98,6 +98,15 @@ class AOSTORAGE_API aoStorage {
 
   /// Closes the file and ends this object.
   void Release();
+
+  /// Sees to it that everything written so far through this object, by its streams too, has reached
+  /// the disk. Nothing else does: a crash of the machine can lose what was written and not synced.
+  /// Open for reading only, it does the same for what others have written to the file by now. The
+  /// name of a file that was just made is its directory's, which is not flushed.
+  /// @return true when all is on the disk. After a failure nobody knows what is: from then on every
+  /// write and Sync of this object and its streams fails with ErrorCode::kSyncFailed, while reading
+  /// goes on. Open the file anew to go on writing.
+  bool Sync();
 
   /// The file name as it was given. Valid for the life of the object.
   const char* GetPath() const;
@@ -219,7 +228,7 @@ class AOSTORAGE_API aoStorage {
  private:
   explicit aoStorage(std::shared_ptr<detail::StorageCore> openCore);
   template <typename OpenBody>
-  static aoStorage* Make(const char* fileName, OpenBody openCore);
+  static aoStorage* Make(const char* operationName, const char* fileName, OpenBody openCore);
   ~aoStorage();
 
   std::shared_ptr<detail::StorageCore> core;

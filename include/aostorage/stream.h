@@ -108,7 +108,8 @@ class AOSTORAGE_API aoStream {
   /// @name Values
   /// A value is its bytes, little-endian, without a tag. A string is a 16-bit byte count and the
   /// bytes; strings above 65,535 bytes keep the low 16 bits of their length. A null pointer is the
-  /// empty string. Failures are not reported: use Read and Write where they matter.
+  /// empty string. Failures do not show: LastError tells them, also a value that the stream has too
+  /// few bytes for.
   /// @{
   aoStream& operator<<(std::uint16_t value);
   aoStream& operator<<(std::int32_t value);

@@ -94,12 +94,13 @@ class AOSTORAGE_API CAoStreamFile : public CFile {
   CFile* Duplicate() const override;  ///< null
   /// What the stream's Read gives, kFailed included; kFailed without a stream.
   std::uint32_t Read(void* buffer, std::uint32_t count) override;
-  /// The stream's Write. A failure is not reported: clear LastError before to see it there.
+  /// The stream's Write. A failure does not show: clear LastError before to see it there.
   void Write(const void* buffer, std::uint32_t count) override;
   void Abort() override;  ///< does nothing
   void Flush() override;  ///< does nothing: the stream has no buffer
   void Close() override;  ///< does nothing: the stream stays open
 
+  // The next three do nothing, and LastError says kWrongKind.
   void LockRange(std::uint32_t position, std::uint32_t count);    ///< does nothing
   void UnlockRange(std::uint32_t position, std::uint32_t count);  ///< does nothing
   void SetLength(std::uint32_t newLength);  ///< does nothing: the stream keeps its length

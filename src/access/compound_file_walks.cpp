@@ -12,6 +12,7 @@ namespace aostorage {
 using detail::Fail;
 using detail::Guarded;
 using detail::Hold;
+using detail::Operation;
 
 namespace {
 
@@ -28,7 +29,7 @@ bool IsNumberedName(std::string_view name) {
 }
 
 int Seek(aoStream* stream, std::uint8_t origin) {
-  if (stream == nullptr) return Fail(Error::kRefused), 0;
+  if (stream == nullptr) return Fail(ErrorCode::kNotOpen), 0;
   stream->Seek(0, origin);
   return 1;
 }
@@ -39,7 +40,7 @@ int Seek(aoStream* stream, std::uint8_t origin) {
 
 CCompStgFile::Step CCompStgFile::WalkOn(std::uint32_t flags) {
   aoStorage* const root = Storage();
-  if (root == nullptr) return Fail(Error::kRefused), Step::kNone;
+  if (root == nullptr) return Fail(ErrorCode::kNotOpen), Step::kNone;
   if (aoStream* const moving = Generic()) {
     if (!moving->GoNext()) return Step::kEnd;
     stream->childCookie = 0;
@@ -52,12 +53,14 @@ CCompStgFile::Step CCompStgFile::WalkOn(std::uint32_t flags) {
 }
 
 int CCompStgFile::OpenNextGenericStream() {
+  const Operation operation("CCompStgFile::OpenNextGenericStream");
   const Step step = WalkOn(ModeFlags());
   if (step == Step::kEnd) CloseStream();
   return step == Step::kStands ? 1 : 0;
 }
 
 int CCompStgFile::OpenNextStream() {
+  const Operation operation("CCompStgFile::OpenNextStream");
   for (;;) {
     const Step step = WalkOn(kReadFlags);
     if (step == Step::kEnd) CloseStream();
@@ -67,12 +70,14 @@ int CCompStgFile::OpenNextStream() {
 }
 
 char* CCompStgFile::GetNextStreamName(std::uint32_t flags) {
+  const Operation operation("CCompStgFile::GetNextStreamName");
   return WalkOn(flags) == Step::kStands ? KeepName(*Generic()) : nullptr;
 }
 
 char* CCompStgFile::GetStreamName() {
+  const Operation operation("CCompStgFile::GetStreamName");
   const aoStream* const from = Generic();
-  if (from == nullptr) return Fail(Error::kRefused), nullptr;
+  if (from == nullptr) return Fail(ErrorCode::kNotOpen), nullptr;
   return KeepName(*from);
 }
 
@@ -85,8 +90,10 @@ char* CCompStgFile::KeepName(const aoStream& from) {
 // --- Children
 
 char* CCompStgFile::GetNextChildStreamName(aoStream*& child) {
+  const Operation operation("CCompStgFile::GetNextChildStreamName");
   aoStream* const folder = Generic();
-  if (folder == nullptr || folder->IsFolder() == 0) return Fail(Error::kRefused), nullptr;
+  if (folder == nullptr) return Fail(ErrorCode::kNotOpen), nullptr;
+  if (folder->IsFolder() == 0) return Fail(ErrorCode::kWrongKind), nullptr;
   std::uint32_t& cookie = stream->childCookie;
   const bool goesOn = child != nullptr && cookie != 0;
   if (child != nullptr) child->Release();
@@ -97,13 +104,18 @@ char* CCompStgFile::GetNextChildStreamName(aoStream*& child) {
 
 // --- Cursor
 
-int CCompStgFile::GoToBeginningOfGenericStream() { return Seek(Generic(), 0); }
+int CCompStgFile::GoToBeginningOfGenericStream() {
+  const Operation operation("CCompStgFile::GoToBeginningOfGenericStream");
+  return Seek(Generic(), 0);
+}
 
 int CCompStgFile::GoToBeginningOfGenericChildStream() {
+  const Operation operation("CCompStgFile::GoToBeginningOfGenericChildStream");
   return Seek(Generic() != nullptr ? Child() : nullptr, 0);
 }
 
 int CCompStgFile::GoToEndOfGenericChildStream() {
+  const Operation operation("CCompStgFile::GoToEndOfGenericChildStream");
   return Seek(Generic() != nullptr ? Child() : nullptr, 1);
 }
 

@@ -8,8 +8,10 @@
 
 namespace aostorage {
 
+using detail::Attempt;
 using detail::Fail;
 using detail::Guarded;
+using detail::Operation;
 
 namespace {
 
@@ -21,7 +23,7 @@ bool IsUsable(const std::string& path) {
   const bool emptyName =
       !path.empty() && (path.front() == kSeparator || path.find("//") != std::string::npos);
   const bool cutName = path.find('\0') != std::string::npos;
-  return (!emptyName && !cutName) || Fail(Error::kBadArgument);
+  return (!emptyName && !cutName) || Fail(ErrorCode::kNameUnusable);
 }
 
 std::uint32_t WalkFlags(std::int32_t write) { return write != 0 ? kWriteFlags : kReadFlags; }
@@ -40,9 +42,11 @@ aoStream* Keep(std::vector<aoStream*>& held, OpenBody open) {
 }
 
 aoStream* OpenRoot(aoStorage& storage, const char* name, std::uint32_t flags, bool create) {
+  Attempt opening;
   aoStream* const stream = storage.OpenStream(name, flags);
   // A stream that is there and does not open is no reason to create another of its name.
-  if (stream != nullptr || !create || LastError() != Error::kNotFound) return stream;
+  if (!create || opening.Code() != ErrorCode::kNotFound) return stream;
+  opening.Forget();
   return storage.CreateStream(name, kFolderKind, flags);
 }
 
@@ -60,8 +64,9 @@ std::string CPathLoader::GetNextFolder(std::string& path) {
 
 aoStream* CPathLoader::GetStreamByPath(aoStorage* storage, std::string path, std::int32_t write,
                                        std::int32_t create) {
-  return Guarded<aoStream*>(nullptr, [&]() -> aoStream* {
-    if (storage == nullptr || path.empty()) return Fail(Error::kBadArgument), nullptr;
+  return Guarded<aoStream*>("CPathLoader::GetStreamByPath", nullptr, [&]() -> aoStream* {
+    if (storage == nullptr) return Fail(ErrorCode::kBadArgument), nullptr;
+    if (path.empty()) return Fail(ErrorCode::kNameUnusable), nullptr;
     if (!IsUsable(path)) return nullptr;
     const std::string name = GetNextFolder(path);
     aoStream* const root = Keep(walkStreams, [&] {
@@ -73,8 +78,8 @@ aoStream* CPathLoader::GetStreamByPath(aoStorage* storage, std::string path, std
 
 aoStream* CPathLoader::GetSubStreamByPath(aoStream* start, std::string path, std::int32_t write,
                                           std::int32_t create) {
-  return Guarded<aoStream*>(nullptr, [&]() -> aoStream* {
-    if (start == nullptr) return Fail(Error::kBadArgument), nullptr;
+  return Guarded<aoStream*>("CPathLoader::GetSubStreamByPath", nullptr, [&]() -> aoStream* {
+    if (start == nullptr) return Fail(ErrorCode::kBadArgument), nullptr;
     if (!IsUsable(path)) return nullptr;
     const std::uint32_t flags = WalkFlags(write);
     aoStream* current = start;
@@ -90,6 +95,7 @@ aoStream* CPathLoader::GetSubStreamByPath(aoStream* start, std::string path, std
 }
 
 int CPathLoader::DeleteStreamByPath(aoStorage* storage, std::string path) {
+  const Operation operation("CPathLoader::DeleteStreamByPath");
   aoStream* const stream = GetStreamByPath(storage, std::move(path), 1, 0);
   const bool removed = stream != nullptr && stream->Remove();
   if (removed) walkStreams.pop_back();  // the object has ended with its stream

@@ -19,7 +19,7 @@ template <std::size_t Size>
 bool ReadBytes(StreamCore& stream, std::array<std::uint8_t, Size>& bytes) {
   const std::uint32_t got = stream.Read(bytes.data(), Size);
   if (got == Size) return true;
-  return got == kFailed ? false : Fail(Error::kDamaged);
+  return Fail(ErrorCode::kBehindEnd);
 }
 
 template <std::size_t Size>
@@ -82,17 +82,22 @@ bool ReadValue(StreamCore& stream, tagRECT& value) {
 bool ReadValue(StreamCore& stream, std::string& value) {
   value.clear();
   std::array<std::uint8_t, kStringCountSize + kShortString> start{};
+  Attempt readingAhead;
   std::uint32_t got = stream.Read(start.data(), start.size());
   if (got == kFailed) {  // perhaps by damage behind the string
-    stream.Rewind();
+    readingAhead.Forget();
+    // Not over the blocks without data once more.
+    if (stream.Cursor().position != 0) stream.Rewind();
     got = stream.Read(start.data(), kStringCountSize);
   }
-  if (got == kFailed || got < kStringCountSize) return true;
+  if (got == 0) return true;
+  if (got == kFailed || got < kStringCountSize) return Fail(ErrorCode::kBehindEnd), true;
   const std::uint32_t count = Load16(start.data());
   const std::uint32_t here = std::min(count, got - kStringCountSize);
   value.assign(count, '\0');
   std::memcpy(value.data(), start.data() + kStringCountSize, here);
-  if (here < count) stream.Read(value.data() + here, count - here);
+  if (here < count && stream.Read(value.data() + here, count - here) != count - here)
+    Fail(ErrorCode::kBehindEnd);
   return true;
 }
 
@@ -149,8 +154,9 @@ void AppendLogValue(StreamCore& stream, const void* buffer, std::uint32_t count)
 }
 
 bool ReadErased(StreamCore& stream, void* buffer, std::uint32_t size) {
-  if (stream.Header().length < size) return Fail(Error::kNotFound);
-  return stream.Read(buffer, size) == size;
+  if (stream.Header().length < size) return Fail(ErrorCode::kBehindEnd);
+  return stream.Read(buffer, size) == size ||
+         Fail(ErrorCode::kContradiction, stream.Locator().headerOffset);
 }
 
 }  // namespace aostorage::detail

@@ -10,6 +10,7 @@
 
 namespace aostorage {
 
+using detail::Attempt;
 using detail::Fail;
 using detail::Guarded;
 using detail::RootStreams;
@@ -35,21 +36,27 @@ std::unique_ptr<StreamCore> OpenIn(const CorePointer& storage, Slots slots, cons
 // created again.
 std::unique_ptr<StreamCore> StreamToWrite(const CorePointer& storage, Slots slots,
                                           const char* name) {
+  Attempt opening;
   std::unique_ptr<StreamCore> stream = OpenIn(storage, slots, name, kWriteFlags);
   if (stream == nullptr) {
+    // Of a stream that is there and does not open, the creation tells less than that.
+    if (opening.Code() == ErrorCode::kNotFound) opening.Forget();
     stream =
         RootStreams(storage).Create(name, 0, kWriteFlags, slots == Slots::kReserved, kMomentary);
+    if (stream != nullptr) opening.Forget();
   }
-  if (stream != nullptr && stream->IsFolder()) return Fail(Error::kRefused), nullptr;
+  if (stream != nullptr && stream->IsFolder()) return Fail(ErrorCode::kWrongKind), nullptr;
   return stream;
 }
 
 template <typename Value>
 bool ReadEntry(const CorePointer& storage, Slots slots, const char* name, Value& value) {
-  return Guarded(false, [&] {
+  const char* const operation =
+      slots == Slots::kReserved ? "aoStorage::GetEntryFast" : "aoStorage::GetEntry";
+  return Guarded(operation, false, [&] {
     const std::unique_ptr<StreamCore> stream = OpenIn(storage, slots, name, kReadFlags);
     if (stream == nullptr) return false;
-    if (stream->IsFolder()) return Fail(Error::kRefused);
+    if (stream->IsFolder()) return Fail(ErrorCode::kWrongKind);
     return ReadValue(*stream, value);
   });
 }
@@ -69,7 +76,9 @@ std::string StringEntryOr(const CorePointer& storage, Slots slots, const char* n
 
 template <typename Value>
 int WriteEntry(const CorePointer& storage, Slots slots, const char* name, const Value& value) {
-  return Guarded(0, [&] {
+  const char* const operation =
+      slots == Slots::kReserved ? "aoStorage::SetEntryFast" : "aoStorage::SetEntry";
+  return Guarded(operation, 0, [&] {
     const std::unique_ptr<StreamCore> stream = StreamToWrite(storage, slots, name);
     if (stream == nullptr) return 0;
     WriteValue(*stream, value);
@@ -137,17 +146,17 @@ int aoStorage::SetEntryFast(const char* name, const char* value) {
 }
 
 int aoStorage::SetEntryEraseOld(const char* name, const void* buffer, std::uint32_t count) {
-  return Guarded(0, [&] {
+  return Guarded("aoStorage::SetEntryEraseOld", 0, [&] {
     if (count == 0) return 1;
-    if (buffer == nullptr) return Fail(Error::kBadArgument), 0;
+    if (buffer == nullptr) return Fail(ErrorCode::kBadArgument), 0;
     const std::unique_ptr<StreamCore> stream = StreamToWrite(core, Slots::kOrdinary, name);
     return stream == nullptr ? 0 : static_cast<int>(stream->Write(buffer, count, true));
   });
 }
 
 int aoStorage::GetEntryErasedOld(const char* name, void* buffer, std::uint32_t size) {
-  return Guarded(0, [&] {
-    if (buffer == nullptr && size > 0) return Fail(Error::kBadArgument), 0;
+  return Guarded("aoStorage::GetEntryErasedOld", 0, [&] {
+    if (buffer == nullptr && size > 0) return Fail(ErrorCode::kBadArgument), 0;
     const std::unique_ptr<StreamCore> stream = OpenIn(core, Slots::kOrdinary, name, kReadFlags);
     return stream != nullptr && detail::ReadErased(*stream, buffer, size) ? 1 : 0;
   });

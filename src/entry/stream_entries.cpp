@@ -14,6 +14,7 @@ namespace aostorage {
 using detail::ChildStreams;
 using detail::Fail;
 using detail::Guarded;
+using detail::Operation;
 using detail::StreamCore;
 
 namespace {
@@ -21,7 +22,8 @@ namespace {
 constexpr auto kMomentary = StreamCore::Sharing::kMomentary;
 
 bool IsOpenFolder(const StreamCore* folder) {
-  return (folder != nullptr && folder->IsFolder() && !folder->IsRemoved()) || Fail(Error::kRefused);
+  if (folder == nullptr || !folder->IsFolder()) return Fail(ErrorCode::kWrongKind);
+  return !folder->IsRemoved() || Fail(ErrorCode::kNotFound);
 }
 
 std::unique_ptr<StreamCore> ChildToRead(StreamCore* folder, const char* name) {
@@ -34,16 +36,16 @@ std::unique_ptr<StreamCore> ChildToWrite(StreamCore* folder, const char* name) {
   if (!IsOpenFolder(folder)) return nullptr;
   std::unique_ptr<StreamCore> child =
       ChildStreams(*folder).OpenOrCreate(name, 0, kWriteFlags, kMomentary);
-  if (child != nullptr && child->IsFolder()) return Fail(Error::kRefused), nullptr;
+  if (child != nullptr && child->IsFolder()) return Fail(ErrorCode::kWrongKind), nullptr;
   return child;
 }
 
 template <typename Value>
 bool ReadEntry(StreamCore* folder, const char* name, Value& value) {
-  return Guarded(false, [&] {
+  return Guarded("aoStream::GetEntry", false, [&] {
     const std::unique_ptr<StreamCore> child = ChildToRead(folder, name);
     if (child == nullptr) return false;
-    if (child->IsFolder()) return Fail(Error::kRefused);
+    if (child->IsFolder()) return Fail(ErrorCode::kWrongKind);
     return ReadValue(*child, value);
   });
 }
@@ -56,7 +58,8 @@ Value EntryOr(StreamCore* folder, const char* name, Value defaultValue) {
 
 template <typename Value>
 Value* RecordEntryOr(StreamCore* folder, const char* name, Value* out, const Value* defaultValue) {
-  if (out == nullptr) return Fail(Error::kBadArgument), nullptr;
+  const Operation operation("aoStream::GetEntry");
+  if (out == nullptr) return Fail(ErrorCode::kBadArgument), nullptr;
   Value value{};
   if (ReadEntry(folder, name, value)) {
     *out = value;
@@ -68,7 +71,7 @@ Value* RecordEntryOr(StreamCore* folder, const char* name, Value* out, const Val
 
 template <typename Value>
 int WriteEntry(StreamCore* folder, const char* name, const Value& value) {
-  return Guarded(0, [&] {
+  return Guarded("aoStream::SetEntry", 0, [&] {
     const std::unique_ptr<StreamCore> child = ChildToWrite(folder, name);
     if (child == nullptr) return 0;
     WriteValue(*child, value);
@@ -125,19 +128,21 @@ int aoStream::SetEntry(const char* name, const char* value) {
 }
 
 int aoStream::SetEntry(const char* name, const tagSIZE* value) {
-  if (value == nullptr) return Fail(Error::kBadArgument), 0;
+  const Operation operation("aoStream::SetEntry");
+  if (value == nullptr) return Fail(ErrorCode::kBadArgument), 0;
   return WriteEntry(core.get(), name, *value);
 }
 
 int aoStream::SetEntry(const char* name, const tagRECT* value) {
-  if (value == nullptr) return Fail(Error::kBadArgument), 0;
+  const Operation operation("aoStream::SetEntry");
+  if (value == nullptr) return Fail(ErrorCode::kBadArgument), 0;
   return WriteEntry(core.get(), name, *value);
 }
 
 int aoStream::SetEntry(const char* name, const void* buffer, std::uint32_t count) {
-  return Guarded(0, [&] {
+  return Guarded("aoStream::SetEntry", 0, [&] {
     if (count == 0) return 1;
-    if (buffer == nullptr) return Fail(Error::kBadArgument), 0;
+    if (buffer == nullptr) return Fail(ErrorCode::kBadArgument), 0;
     const std::unique_ptr<StreamCore> child = ChildToWrite(core.get(), name);
     if (child == nullptr) return 0;
     detail::AppendLogValue(*child, buffer, count);
@@ -146,9 +151,9 @@ int aoStream::SetEntry(const char* name, const void* buffer, std::uint32_t count
 }
 
 int aoStream::SetEntryEraseOld(const char* name, const void* buffer, std::uint32_t count) {
-  return Guarded(0, [&] {
+  return Guarded("aoStream::SetEntryEraseOld", 0, [&] {
     if (count == 0) return 1;
-    if (buffer == nullptr) return Fail(Error::kBadArgument), 0;
+    if (buffer == nullptr) return Fail(ErrorCode::kBadArgument), 0;
     const std::unique_ptr<StreamCore> child = ChildToWrite(core.get(), name);
     return child == nullptr ? 0 : static_cast<int>(child->Write(buffer, count, true));
   });
@@ -157,14 +162,15 @@ int aoStream::SetEntryEraseOld(const char* name, const void* buffer, std::uint32
 int aoStream::GetEntryErasedOld(const char* name, std::uint8_t** buffer, std::uint32_t* size) {
   if (buffer != nullptr) *buffer = nullptr;
   if (size != nullptr) *size = 0;
-  return Guarded(0, [&] {
-    if (buffer == nullptr || size == nullptr) return Fail(Error::kBadArgument), 0;
+  return Guarded("aoStream::GetEntryErasedOld", 0, [&] {
+    if (buffer == nullptr || size == nullptr) return Fail(ErrorCode::kBadArgument), 0;
     const std::unique_ptr<StreamCore> child = ChildToRead(core.get(), name);
     if (child == nullptr) return 0;
     const std::uint32_t length = child->Header().length;
     if (length == 0) return 1;
     // A length that the file has no room for is damage, and no reason to ask for that much memory.
-    if (!child->Storage().file.Holds(length)) return Fail(Error::kDamaged), 0;
+    if (!child->Storage().file.Holds(length))
+      return Fail(ErrorCode::kContradiction, child->Locator().headerOffset), 0;
     detail::HeapBlock bytes(detail::HeapAllocate(length));
     if (bytes == nullptr || !detail::ReadErased(*child, bytes.get(), length)) return 0;
     *buffer = bytes.release();
@@ -174,8 +180,8 @@ int aoStream::GetEntryErasedOld(const char* name, std::uint8_t** buffer, std::ui
 }
 
 int aoStream::GetEntryErasedOld(const char* name, void* buffer, std::uint32_t size) {
-  return Guarded(0, [&] {
-    if (buffer == nullptr && size > 0) return Fail(Error::kBadArgument), 0;
+  return Guarded("aoStream::GetEntryErasedOld", 0, [&] {
+    if (buffer == nullptr && size > 0) return Fail(ErrorCode::kBadArgument), 0;
     const std::unique_ptr<StreamCore> child = ChildToRead(core.get(), name);
     return child != nullptr && detail::ReadErased(*child, buffer, size) ? 1 : 0;
   });

@@ -37,14 +37,15 @@ FolderIndex* ChildRecords::Index() {
   if (shared.index != nullptr && (shared.indexEpoch != epoch || !shared.index->Reliable()))
     Forget();
   if (shared.index == nullptr) {
-    scan.emplace(storage.file, ChainCursor::AtStart(shared.OnDisk().firstBlock));
+    scan.emplace(storage.file, ChainCursor::AtStart(shared.OnDisk().firstBlock),
+                 shared.OnDisk().length);
     std::uint32_t count = 0;
     const ChildScan::Result read =
         shared.OnDisk().firstBlock == 0 ? ChildScan::Result::kEnd : scan->ReadCount(count);
     lacksCount = read == ChildScan::Result::kEnd;
     if (read != ChildScan::Result::kRecord) {
       folder.SetChildCount(0);
-      Fail(Error::kDamaged);
+      Fail(ErrorCode::kTruncated, folder.Locator().headerOffset);
       return nullptr;
     }
     shared.index = std::make_unique<FolderIndex>(count, scan->Pieces(), scan->Cursor());
@@ -57,11 +58,17 @@ FolderIndex* ChildRecords::Index() {
 
 bool ChildRecords::ReadCount() { return Index() != nullptr; }
 
+// Bytes of the folder that the index does not know yet.
+std::uint32_t ChildRecords::BytesBehind(const FolderIndex& index) const {
+  const std::uint32_t length = folder.Shared()->OnDisk().length;
+  return length - std::min(length, index.End().position);
+}
+
 // Takes one more slot into the index. kAbsent: the chain has no further whole record.
 ChildRecords::Result ChildRecords::ScanSlot(FolderIndex& index, ChildRecord& record) {
   // Another operation on this folder may have taken slots into the index meanwhile.
   if (scan && scan->Cursor().position != index.End().position) scan.reset();
-  if (!scan) scan.emplace(storage.file, index.End());
+  if (!scan) scan.emplace(storage.file, index.End(), BytesBehind(index));
   switch (scan->ReadRecord(record.header)) {
     case ChildScan::Result::kFailed:
       return Result::kFailed;
@@ -100,7 +107,7 @@ ChildRecords::Result ChildRecords::FindByScan(const char* name, ChildRecord& rec
   Forget();
   const FolderIndex* index = Index();
   if (index == nullptr) return Result::kFailed;
-  ChildScan whole(storage.file, index->End());
+  ChildScan whole(storage.file, index->End(), BytesBehind(*index));
   for (std::uint32_t i = 0; i < index->CountWord(); ++i) {
     const ChildScan::Result result = whole.ReadRecord(record.header);
     if (result != ChildScan::Result::kRecord) {
@@ -147,7 +154,6 @@ ChildRecords::Result ChildRecords::Find(const char* name, ChildRecord& record) {
     }
     const Result result = ScanFor(name, *index, record);
     if (result == Result::kFound) folder.PlaceCursor(index->CursorAt(record.slotIndex));
-    if (result == Result::kFailed) Fail(Error::kDamaged);
     if (result != Result::kAbsent) return result;
     if (MayBelieve()) {
       folder.PlaceCursor(index->End());
@@ -161,14 +167,15 @@ bool ChildRecords::Add(const char* name, std::uint32_t packedKind, ChildRecord& 
   for (;;) {
     FolderIndex* index = Index();
     if (index == nullptr) return false;
-    if (!ScanAll(*index)) return Fail(Error::kDamaged);
+    if (!ScanAll(*index)) return false;
     if (!MayBelieve()) {
       Forget();
       continue;
     }
     const std::optional<std::uint32_t> vacated = index->FirstVacated();
     const std::optional<std::uint32_t> damaged = index->FirstDamaged();
-    if (damaged && (!vacated || *damaged < *vacated)) return Fail(Error::kDamaged);
+    if (damaged && (!vacated || *damaged < *vacated))
+      return Fail(ErrorCode::kBadMagic, index->PlaceOf(*damaged).Offset());
     if (!vacated) return Append(*index, name, packedKind, record);
     const Step step = AddInVacated(*index, *vacated, name, packedKind, record);
     if (step != Step::kAgain) return step == Step::kDone;
@@ -182,7 +189,8 @@ ChildRecords::Step ChildRecords::AddInVacated(FolderIndex& index, std::uint32_t 
   if (!ReadSlot(index, slotIndex, record)) return Step::kFailed;
   if (IsInUse(record.header) || !HasMagic(record.header)) {
     if (!begunHere) return Step::kAgain;  // taken by another handle
-    Fail(Error::kDamaged);
+    Fail(IsInUse(record.header) ? ErrorCode::kChanged : ErrorCode::kBadMagic,
+         record.place.Offset());
     return Step::kFailed;
   }
   std::uint32_t lastBlock = record.header.lastBlock;
@@ -278,8 +286,11 @@ ChildRecords::Result ChildRecords::NextInUse(std::uint32_t& slotIndex, bool boun
       continue;
     }
     slotIndex = *next;
-    if (!HasMagic(record.header) || !IsInUse(record.header))
-      return Fail(Error::kDamaged), Result::kDamaged;
+    if (!HasMagic(record.header) || !IsInUse(record.header)) {
+      Fail(HasMagic(record.header) ? ErrorCode::kChanged : ErrorCode::kBadMagic,
+           record.place.Offset());
+      return Result::kDamaged;
+    }
     PlaceBehind(*index, record);
     return Result::kFound;
   }
@@ -291,7 +302,7 @@ ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint
   if (index.NothingBehind()) return Result::kAbsent;
   // A walk goes on where its last step ended.
   const bool goesOn = index.BehindSlot() > index.Scanned() && index.BehindSlot() <= slotIndex;
-  ChildScan further(storage.file, goesOn ? index.BehindCursor() : index.End());
+  ChildScan further(storage.file, goesOn ? index.BehindCursor() : index.End(), kRecordSize);
   for (std::uint32_t i = goesOn ? index.BehindSlot() : index.Scanned();; ++i) {
     const ChainCursor here = further.Cursor();
     const ChildScan::Result result = further.ReadRecord(record.header);
@@ -301,7 +312,7 @@ ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint
     slotIndex = i;
     if (!HasMagic(record.header)) {
       index.SetBehind(i, here);
-      return Fail(Error::kDamaged), Result::kDamaged;
+      return Fail(ErrorCode::kBadMagic, further.Pieces().front().offset), Result::kDamaged;
     }
     if (!IsInUse(record.header)) {
       ++slotIndex;
@@ -315,9 +326,10 @@ ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint
   }
 }
 
-std::uint32_t ChildRecords::BlocksPassed() {
+std::uint64_t ChildRecords::BytesPassed() {
   const FolderIndex* index = folder.Shared()->index.get();
-  return index == nullptr ? 0 : index->End().steps;
+  if (index == nullptr) return 0;
+  return index->End().position + std::uint64_t{index->End().steps} * BlockHeader::kSize;
 }
 
 bool ChildRecords::HasAllSlots() {

@@ -54,8 +54,8 @@ class ChildRecords {
   [[nodiscard]] bool ReadCount();
   // After a failed ReadCount or walk: whether the folder's chain ends before the count word does.
   bool LacksCount() const { return lacksCount; }
-  // Blocks of the folder that were passed.
-  std::uint32_t BlocksPassed();
+  // Bytes of the folder that were passed, with the headers of the blocks that they lie in.
+  std::uint64_t BytesPassed();
   // After a walk to the end: whether the folder has all the slots that its count word and its
   // length promise.
   bool HasAllSlots();
@@ -67,6 +67,7 @@ class ChildRecords {
   // The folder's index, begun with the count word if there is none that is still good; null when
   // the count word cannot be read.
   FolderIndex* Index();
+  std::uint32_t BytesBehind(const FolderIndex& index) const;
   Result ScanSlot(FolderIndex& index, ChildRecord& record);
   [[nodiscard]] bool ScanAll(FolderIndex& index);
   Result ScanFor(const char* name, FolderIndex& index, ChildRecord& record);

@@ -9,17 +9,21 @@
 namespace aostorage::detail {
 
 bool FileWindow::Read(std::uint64_t offset, std::uint8_t* out, std::uint32_t count) {
+  credit += std::uint64_t{count} * kMostForOne;
   if (offset < start || offset + count > start + bytes.size()) {
     // Blocks that lie far apart are not worth a large window each.
     const bool nearby = offset >= start && offset < start + 2 * bytes.size();
     if (!nearby) nextSize = kFirstSize;
-    bytes.resize(std::max(nextSize, count));
+    const std::uint64_t size =
+        std::max<std::uint64_t>(std::min<std::uint64_t>(nextSize, credit), count);
+    bytes.resize(static_cast<std::size_t>(size));
+    credit -= std::min(credit, size);
     const std::optional<std::size_t> got = file.ReadAt(offset, bytes.data(), bytes.size());
     start = offset;
     bytes.resize(got.value_or(0));
     nextSize = std::min(nextSize * 4, kLargestSize);
     if (!got) return false;
-    if (bytes.size() < count) return Fail(Error::kDamaged);
+    if (bytes.size() < count) return FailShort(offset, bytes.size());
   }
   std::memcpy(out, bytes.data() + (offset - start), count);
   return true;
@@ -27,7 +31,7 @@ bool FileWindow::Read(std::uint64_t offset, std::uint8_t* out, std::uint32_t cou
 
 bool ChildScan::Load() {
   if (cursor.loaded) return true;
-  if (cursor.block == 0) return Fail(Error::kDamaged);
+  if (cursor.block == 0) return Fail(ErrorCode::kTruncated);
   BlockHeader::Bytes header;
   return window.Read(cursor.block, header.data(), static_cast<std::uint32_t>(header.size())) &&
          cursor.Accept(header.data());

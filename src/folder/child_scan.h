@@ -2,6 +2,7 @@
 #ifndef AOSTORAGE_FOLDER_CHILD_SCAN_H_
 #define AOSTORAGE_FOLDER_CHILD_SCAN_H_
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -16,20 +17,24 @@ namespace aostorage::detail {
 // other as a rule, with their children's small blocks between: one read brings many of them.
 class FileWindow {
  public:
-  explicit FileWindow(File& openFile) : file(openFile) {}
+  // `first`: how much the first read may bring.
+  FileWindow(File& openFile, std::uint32_t first) : file(openFile), credit(first) {}
   // False when the file cannot be read or ends before the bytes do.
   [[nodiscard]] bool Read(std::uint64_t offset, std::uint8_t* out, std::uint32_t count);
   File& Source() { return file; }
 
  private:
-  // The first read is small, since most folders are; each further one nearby is larger.
+  // Each further read nearby is larger; but what is brought stays in proportion to what is asked
+  // for, however the blocks are strewn.
   static constexpr std::uint32_t kFirstSize = 4096;
   static constexpr std::uint32_t kLargestSize = 65536;
+  static constexpr std::uint32_t kMostForOne = 10;  // bytes brought for one that is asked for
 
   File& file;
   std::uint64_t start = 0;
   std::vector<std::uint8_t> bytes;
   std::uint32_t nextSize = kFirstSize;
+  std::uint64_t credit;  // bytes that may be brought
 };
 
 // Reads the records of a folder one behind the other.
@@ -42,7 +47,9 @@ class ChildScan {
   };
 
   // The cursor is taken as it stands; its block's header is read anew.
-  ChildScan(File& file, const ChainCursor& start) : window(file), cursor(start) {
+  // @param length  bytes that are likely to be read
+  ChildScan(File& file, const ChainCursor& start, std::uint32_t length)
+      : window(file, std::clamp(length, kLeastFirst, kMostFirst)), cursor(start) {
     cursor.loaded = false;
   }
 
@@ -57,6 +64,10 @@ class ChildScan {
   const FilePieces& Pieces() const { return pieces; }
 
  private:
+  // Most folders are small: there may be as many as the file has room for.
+  static constexpr std::uint32_t kLeastFirst = 128;
+  static constexpr std::uint32_t kMostFirst = 1024;
+
   Result ReadBytes(std::uint8_t* out, std::uint32_t count);
   [[nodiscard]] bool Load();
 

@@ -22,11 +22,12 @@ bool LeadsBack(const StreamCore& folder, const tag_aoStream& childHeader,
 
 std::unique_ptr<StreamCore> ChildStreams::OpenRecord(const ChildRecord& record, std::uint32_t flags,
                                                      Sharing sharing) {
-  if (!HasTerminatedName(record.header)) return Fail(Error::kDamaged), nullptr;
+  if (!HasTerminatedName(record.header))
+    return Fail(ErrorCode::kContradiction, record.place.Offset()), nullptr;
   if (!folder.Children().MayOpen(record.header.name, flags)) return nullptr;
-  if (!folder.Storage().file.IsOpen()) return Fail(Error::kRefused), nullptr;
+  if (!folder.Storage().file.IsOpen()) return Fail(ErrorCode::kNotOpen), nullptr;
   if (IsFolderKind(record.header) && LeadsBack(folder, record.header, record.place.Offset())) {
-    return Fail(Error::kDamaged), nullptr;
+    return Fail(ErrorCode::kCycle, record.place.Offset()), nullptr;
   }
   auto child = std::make_unique<StreamCore>(folder, record.header, record.place, record.slotIndex,
                                             flags, sharing);
@@ -39,7 +40,7 @@ std::unique_ptr<StreamCore> ChildStreams::Open(const char* name, std::uint32_t f
   ChildRecord record;
   if (!IsUsableName(name)) return nullptr;
   const ChildRecords::Result found = records.Find(name, record);
-  if (found == ChildRecords::Result::kAbsent) Fail(Error::kNotFound);
+  if (found == ChildRecords::Result::kAbsent) Fail(ErrorCode::kNotFound);
   return found == ChildRecords::Result::kFound ? OpenRecord(record, flags, sharing) : nullptr;
 }
 
@@ -48,7 +49,7 @@ std::unique_ptr<StreamCore> ChildStreams::Create(const char* name, std::uint32_t
   ChildRecord record;
   if (!IsUsableName(name)) return nullptr;
   const ChildRecords::Result found = records.Find(name, record);
-  if (found == ChildRecords::Result::kFound) Fail(Error::kExists);
+  if (found == ChildRecords::Result::kFound) Fail(ErrorCode::kExists);
   return found == ChildRecords::Result::kAbsent ? CreateUnseen(name, packedKind, flags, sharing)
                                                 : nullptr;
 }
@@ -115,10 +116,12 @@ ChildStreams::Walk ChildStreams::OpenNext(std::uint32_t& slotIndex, bool bounded
 }
 
 void ChildStreams::ListNames(StreamCore& folder, std::vector<std::string>& names) {
-  ChildScan scan(folder.Storage().file, ChainCursor::AtStart(folder.Shared()->OnDisk().firstBlock));
+  const tag_aoStream& header = folder.Shared()->OnDisk();
+  ChildScan scan(folder.Storage().file, ChainCursor::AtStart(header.firstBlock), header.length);
   std::uint32_t count = 0;
   if (scan.ReadCount(count) != ChildScan::Result::kRecord) {
     folder.SetChildCount(0);
+    Fail(ErrorCode::kTruncated, folder.Locator().headerOffset);
     return;
   }
   folder.SetChildCount(count);
@@ -126,11 +129,19 @@ void ChildStreams::ListNames(StreamCore& folder, std::vector<std::string>& names
   bool metOne = false;
   tag_aoStream record;
   for (std::uint32_t i = 0; metOne || i < count; ++i) {
-    if (scan.ReadRecord(record) != ChildScan::Result::kRecord || !HasMagic(record)) return;
+    if (scan.ReadRecord(record) != ChildScan::Result::kRecord) return;
+    const std::uint32_t place = scan.Pieces().front().offset;
+    if (!HasMagic(record)) {
+      Fail(ErrorCode::kBadMagic, place);
+      return;
+    }
     if (!IsInUse(record)) continue;
     metOne = true;
-    if (!HasTerminatedName(record) || !folder.Children().MayOpen(record.name, kReadFlags)) return;
-    if (IsFolderKind(record) && LeadsBack(folder, record, scan.Pieces().front().offset)) return;
+    if (!IsSound(record, place) || !folder.Children().MayOpen(record.name, kReadFlags)) return;
+    if (IsFolderKind(record) && LeadsBack(folder, record, place)) {
+      Fail(ErrorCode::kCycle, place);
+      return;
+    }
     names.emplace_back(record.name);
   }
 }

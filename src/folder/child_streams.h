@@ -56,8 +56,12 @@ class ChildStreams {
   // Reads the folder's count word into its childCount.
   [[nodiscard]] bool ReadCount() { return records.ReadCount(); }
   bool HasAllSlots() { return records.HasAllSlots(); }
-  bool LacksCount() const { return records.LacksCount(); }
-  std::uint32_t BlocksPassed() { return records.BlocksPassed(); }
+  // After a walk that was cut off: whether the making of the folder was broken off, so that it has
+  // no count word yet and nothing in it.
+  bool IsUnbegun() const {
+    return records.LacksCount() && folder.Header().length < FolderPayload::kCountSize;
+  }
+  std::uint64_t BytesPassed() { return records.BytesPassed(); }
 
  private:
   std::unique_ptr<StreamCore> OpenRecord(const ChildRecord& record, std::uint32_t flags,

@@ -17,6 +17,7 @@ using detail::ChildStreams;
 using detail::Fail;
 using detail::FolderPayload;
 using detail::Guarded;
+using detail::Operation;
 using detail::StreamCore;
 using detail::StreamMaker;
 
@@ -24,8 +25,8 @@ namespace {
 
 // Only a folder's data is ever read as child records.
 bool IsOpenFolder(const StreamCore* core) {
-  if (core == nullptr || !core->IsFolder()) return Fail(Error::kRefused);
-  return !core->IsRemoved() || Fail(Error::kNotFound);
+  if (core == nullptr || !core->IsFolder()) return Fail(ErrorCode::kWrongKind);
+  return !core->IsRemoved() || Fail(ErrorCode::kNotFound);
 }
 
 void GiveRecord(const ChildRecord& record, tag_aoStream& header, tag_aoStreamOffset& offset) {
@@ -33,16 +34,23 @@ void GiveRecord(const ChildRecord& record, tag_aoStream& header, tag_aoStreamOff
   offset = {record.place.Offset(), 0, 0, detail::DurationSeconds(record.header)};
 }
 
+// Runs `open` on a folder, as the whole of an operation.
+template <typename OpenBody>
+aoStream* MakeIn(const char* operationName, const StreamCore* folder, OpenBody open) {
+  return StreamMaker::Make(
+      operationName, [&] { return IsOpenFolder(folder) ? open() : std::unique_ptr<StreamCore>(); });
+}
+
 std::uint32_t CookieOf(std::uint32_t slotIndex) { return FolderPayload::SlotPosition(slotIndex); }
 
 }  // namespace
 
 bool aoStream::FindStream(const char* name, tag_aoStream& header, tag_aoStreamOffset& offset) {
-  return Guarded(false, [&] {
+  return Guarded("aoStream::FindStream", false, [&] {
     if (!IsOpenFolder(core.get()) || !detail::IsUsableName(name)) return false;
     ChildRecord record;
     const ChildRecords::Result result = ChildRecords(*core).Find(name, record);
-    if (result == ChildRecords::Result::kAbsent) Fail(Error::kNotFound);
+    if (result == ChildRecords::Result::kAbsent) Fail(ErrorCode::kNotFound);
     if (result != ChildRecords::Result::kFound) return false;
     GiveRecord(record, header, offset);
     return true;
@@ -51,7 +59,7 @@ bool aoStream::FindStream(const char* name, tag_aoStream& header, tag_aoStreamOf
 
 bool aoStream::AddStreamHeader(const char* name, std::uint32_t packedKind, tag_aoStream& header,
                                tag_aoStreamOffset& offset) {
-  return Guarded(false, [&] {
+  return Guarded("aoStream::AddStreamHeader", false, [&] {
     if (!IsOpenFolder(core.get()) || !detail::IsUsableName(name)) return false;
     ChildRecord record;
     ChildRecords records(*core);
@@ -65,13 +73,13 @@ bool aoStream::AddStreamHeader(const char* name, std::uint32_t packedKind, tag_a
 }
 
 aoStream* aoStream::CreateStream(const char* name, std::uint32_t packedKind, std::uint32_t flags) {
-  if (!IsOpenFolder(core.get())) return nullptr;
-  return StreamMaker::Make([&] { return ChildStreams(*core).Create(name, packedKind, flags); });
+  return MakeIn("aoStream::CreateStream", core.get(),
+                [&] { return ChildStreams(*core).Create(name, packedKind, flags); });
 }
 
 aoStream* aoStream::OpenStream(const char* name, std::uint32_t flags) {
-  if (!IsOpenFolder(core.get())) return nullptr;
-  return StreamMaker::Make([&] { return ChildStreams(*core).Open(name, flags); });
+  return MakeIn("aoStream::OpenStream", core.get(),
+                [&] { return ChildStreams(*core).Open(name, flags); });
 }
 
 aoStream* aoStream::OpenOrCreateStream(const char* name, std::int32_t packedKind) {
@@ -80,51 +88,54 @@ aoStream* aoStream::OpenOrCreateStream(const char* name, std::int32_t packedKind
 
 aoStream* aoStream::OpenOrCreateStream(const char* name, std::uint32_t packedKind,
                                        std::uint32_t flags) {
-  if (!IsOpenFolder(core.get())) return nullptr;
-  return StreamMaker::Make(
-      [&] { return ChildStreams(*core).OpenOrCreate(name, packedKind, flags); });
+  return MakeIn("aoStream::OpenOrCreateStream", core.get(),
+                [&] { return ChildStreams(*core).OpenOrCreate(name, packedKind, flags); });
 }
 
 t_OpenStream* aoStream::IsStreamOpen(const char* name) {
-  return Guarded<t_OpenStream*>(nullptr, [&]() -> t_OpenStream* {
-    return core != nullptr && detail::IsUsableName(name) ? core->Children().Find(name) : nullptr;
+  return Guarded<t_OpenStream*>("aoStream::IsStreamOpen", nullptr, [&]() -> t_OpenStream* {
+    if (core == nullptr) return Fail(ErrorCode::kWrongKind), nullptr;
+    if (!detail::IsUsableName(name)) return nullptr;
+    t_OpenStream* const record = core->Children().Find(name);
+    if (record == nullptr) Fail(ErrorCode::kNotFound);
+    return record;
   });
 }
 
 aoStream* aoStream::OpenStreamFirst(std::uint32_t& cookie, std::uint32_t flags) {
-  if (!IsOpenFolder(core.get())) return nullptr;
-  return StreamMaker::Make([&] {
+  return MakeIn("aoStream::OpenStreamFirst", core.get(), [&] {
     std::unique_ptr<StreamCore> child;
     ChildStreams children(*core);
     if (!children.ReadCount()) return child;
     cookie = CookieOf(0);
 
     std::uint32_t slotIndex = 0;
-    children.OpenNext(slotIndex, true, flags, child);
+    if (children.OpenNext(slotIndex, true, flags, child) == ChildStreams::Walk::kEnd)
+      Fail(ErrorCode::kNotFound);
     cookie = CookieOf(slotIndex);
     return child;
   });
 }
 
 aoStream* aoStream::OpenStreamNext(std::uint32_t& cookie, std::uint32_t flags) {
-  if (!IsOpenFolder(core.get())) return nullptr;
-  return StreamMaker::Make([&] {
+  return MakeIn("aoStream::OpenStreamNext", core.get(), [&] {
     std::unique_ptr<StreamCore> child;
     // Any other number did not come from a walk.
     if (cookie < CookieOf(0) || (cookie - CookieOf(0)) % detail::StreamHeader::kSize != 0) {
-      Fail(Error::kBadArgument);
+      Fail(ErrorCode::kBadArgument);
       return child;
     }
     std::uint32_t slotIndex =
         (cookie - CookieOf(0)) / static_cast<std::uint32_t>(detail::StreamHeader::kSize);
-    ChildStreams(*core).OpenNext(slotIndex, false, flags, child);
+    if (ChildStreams(*core).OpenNext(slotIndex, false, flags, child) == ChildStreams::Walk::kEnd)
+      Fail(ErrorCode::kNotFound);
     cookie = CookieOf(slotIndex);
     return child;
   });
 }
 
 void aoStream::EnumStreams(std::vector<std::string>& names) {
-  Guarded(false, [&] {
+  Guarded("aoStream::EnumStreams", false, [&] {
     if (!IsOpenFolder(core.get())) return false;
     ChildStreams::ListNames(*core, names);
     return true;
@@ -132,18 +143,18 @@ void aoStream::EnumStreams(std::vector<std::string>& names) {
 }
 
 bool aoStream::Rename(const char* newName) {
-  return Guarded(false, [&] {
-    if (core == nullptr) return Fail(Error::kRefused);
+  return Guarded("aoStream::Rename", false, [&] {
+    if (core == nullptr) return Fail(ErrorCode::kWrongKind);
     if (!core->MayChange()) return false;
-    if (newName == nullptr || *newName == '\0') return Fail(Error::kBadArgument);
+    if (newName == nullptr || *newName == '\0') return Fail(ErrorCode::kNameUnusable);
     return detail::RenameStream(*core, newName);
   });
 }
 
 bool aoStream::Remove() {
-  const bool removed = Guarded(false, [&] {
-    if (core == nullptr) return Fail(Error::kRefused);
-    if ((core->OpenFlags() & kStreamWrite) == 0) return Fail(Error::kRefused);
+  const bool removed = Guarded("aoStream::Remove", false, [&] {
+    if (core == nullptr) return Fail(ErrorCode::kWrongKind);
+    if ((core->OpenFlags() & kStreamWrite) == 0) return Fail(ErrorCode::kNotWritable);
     return detail::RemoveWhole(*core);
   });
   if (removed) StreamMaker::End(this);
@@ -151,28 +162,31 @@ bool aoStream::Remove() {
 }
 
 void aoStream::ClearFolder() {
-  Guarded(false, [&] {
+  Guarded("aoStream::ClearFolder", false, [&] {
     if (!IsOpenFolder(core.get())) return false;
     return detail::RemoveChildren(*core);
   });
 }
 
 bool aoStream::CopyFolder(aoStream* destination) {
-  if (core == nullptr || destination == nullptr) return Fail(Error::kBadArgument);
+  const Operation operation("aoStream::CopyFolder");
+  if (core == nullptr) return Fail(ErrorCode::kWrongKind);
+  if (destination == nullptr) return Fail(ErrorCode::kBadArgument);
   if (!core->IsFolder() && destination->IsFolder() == 0) return CopyStream(destination);
   return Guarded(false, [&] {
-    if (!core->IsFolder()) return Fail(Error::kRefused);
     StreamCore* target = StreamMaker::CoreOf(destination);
-    if (core->IsRemoved() || target == nullptr || target->IsRemoved()) return Fail(Error::kRefused);
+    if (!core->IsFolder() || target == nullptr) return Fail(ErrorCode::kWrongKind);
+    if (core->IsRemoved() || target->IsRemoved()) return Fail(ErrorCode::kNotFound);
     if (core->IsOn(*target) || core->IsInside(*target) || target->IsInside(*core))
-      return Fail(Error::kRefused);
+      return Fail(ErrorCode::kBadArgument);
     // One may lie inside the other unseen.
     const bool oneFile = core->Storage().file.Identity() == target->Storage().file.Identity();
     if (oneFile && (!core->KnowsItsFolders() || !target->KnowsItsFolders()))
-      return Fail(Error::kRefused);
+      return Fail(ErrorCode::kBadArgument);
     detail::TreeCopy copy(core->Storage(), detail::TreeCopy::Goal::kMerge);
     copy.Copy(*core, target);
-    return copy.IsWhole() && !copy.metEmptyPlain;
+    // An empty child counts as one that had nothing to copy.
+    return copy.IsWhole() && (!copy.metEmptyPlain || Fail(ErrorCode::kNotFound));
   });
 }
 

@@ -49,9 +49,10 @@ void TreeCopy::CopyPlain(StreamCore& from, StreamCore* to) {
 }
 
 bool TreeCopy::HasRoom() {
+  if (givenUp) return false;
   if (bytesMet <= room && recordsMet * StreamHeader::kSize <= room) return true;
   givenUp = metFailure = true;
-  return Fail(Error::kDamaged);
+  return Fail(ErrorCode::kContradiction);
 }
 
 bool TreeCopy::Witnessed(const tag_aoStream& header, const std::uint8_t* data, std::uint32_t size) {
@@ -75,12 +76,14 @@ void TreeCopy::Enter(StreamCore* from, CountedStream fromOwned, StreamCore* to,
 bool TreeCopy::Step() {
   Level& level = levels.back();
   if (level.from->IsRemoved()) {
+    Fail(ErrorCode::kNotFound);
     metUnopenable = true;
     LeaveLevel();
     return true;
   }
   if (level.children == nullptr) level.children = std::make_unique<ChildStreams>(*level.from);
   std::unique_ptr<StreamCore> child;
+  Attempt walking;
   const ChildStreams::Walk walk = level.children->OpenNext(
       level.slotIndex, !level.metOne, kReadFlags, child, StreamCore::Sharing::kMomentary);
   switch (walk) {
@@ -98,13 +101,18 @@ bool TreeCopy::Step() {
       metUnopenable = true;
       break;
     case ChildStreams::Walk::kCutOff:
-      // A folder whose making was broken off has no count word yet, and nothing in it.
-      if (!level.children->LacksCount() || level.from->Header().length >= FolderPayload::kCountSize)
+      if (level.children->IsUnbegun()) {
+        walking.Forget();
+      } else {
         metUnopenable = true;
+      }
       LeaveLevel();
       break;
     case ChildStreams::Walk::kEnd:
-      if (!level.children->HasAllSlots()) metMissingSlots = true;
+      if (!level.children->HasAllSlots()) {
+        walking.Forget();  // a loss for a rebuild alone, which tells it by itself
+        metMissingSlots = true;
+      }
       LeaveLevel();
       break;
   }
@@ -135,7 +143,8 @@ void TreeCopy::CopyChild(std::unique_ptr<StreamCore> child) {
 }
 
 CountedStream TreeCopy::Counterpart(StreamCore& folder, const tag_aoStream& child) {
-  if (!folder.IsFolder() || folder.IsRemoved()) return Fail(Error::kRefused), nullptr;
+  if (!folder.IsFolder()) return Fail(ErrorCode::kWrongKind), nullptr;
+  if (folder.IsRemoved()) return Fail(ErrorCode::kNotFound), nullptr;
   const bool isFolder = IsFolderKind(child);
   const std::uint32_t kind = PackKind(isFolder);
   ChildStreams children(folder);
@@ -153,9 +162,9 @@ CountedStream TreeCopy::Counterpart(StreamCore& folder, const tag_aoStream& chil
 }
 
 void TreeCopy::LeaveLevel() {
-  if (levels.back().children != nullptr)
-    bytesMet += std::uint64_t{levels.back().children->BlocksPassed()} * BlockHeader::kSize;
+  if (levels.back().children != nullptr) bytesMet += levels.back().children->BytesPassed();
   levels.pop_back();
+  HasRoom();
   if (witness != nullptr) witness->LeftFolder();
 }
 

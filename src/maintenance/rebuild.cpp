@@ -55,7 +55,16 @@ bool Rebuild::Carried::Copied(const tag_aoStream& header, const std::uint8_t* da
 }
 
 bool Rebuild::Carried::GoOn() const {
-  return !progress || progress(report) || Fail(Error::kRefused);
+  if (!progress) return true;
+  bool goesOn = false;
+  try {
+    const Callback callersOwn;
+    goesOn = progress(report);
+  } catch (...) {
+    Fail(ErrorCode::kCancelled);
+    throw;
+  }
+  return goesOn || Fail(ErrorCode::kCancelled);
 }
 
 Replacement::Outcome Rebuild::Run(const std::string& path, Where where) {
@@ -64,12 +73,12 @@ Replacement::Outcome Rebuild::Run(const std::string& path, Where where) {
   if (!place.Aim(path)) return kNothing;
   const FileIdentity goal = place.Goal().identity;
   const bool inPlace = place.Goal().exists && goal == source->file.Identity();
-  if (where == Where::kInPlace && !inPlace) return Fail(Error::kRefused), kNothing;
+  if (where == Where::kInPlace && !inPlace) return Fail(ErrorCode::kChanged), kNothing;
   NoteState();
   if (!Survey() || !seal.GoOn()) return kNothing;
   File temporary = place.MakeTemporary(source->file.Identity());
   if (!temporary.IsOpen()) return kNothing;
-  temporary.BeginWindow();
+  temporary.BeginWindow(source->file.KnownSize());
   const StoragePointer target = CreateStorageIn(place.TemporaryPath(), std::move(temporary), 0);
   if (target == nullptr || !CarryAll(target) || !target->file.EndWindow()) return kNothing;
   if (!Check(target, place.TemporaryPath()) || !IsStateAsNoted()) return kNothing;
@@ -90,7 +99,7 @@ void Rebuild::NoteState() {
 bool Rebuild::IsStateAsNoted() {
   return (source->IndexEpoch() == epochBefore && source->OwnChanges() == changesBefore &&
           !source->file.ChangedByOthers()) ||
-         Fail(Error::kRefused);
+         Fail(ErrorCode::kChanged);
 }
 
 // The map is what is carried. It must have all that the directory has, but for names that were
@@ -106,14 +115,14 @@ bool Rebuild::Survey() {
                                         locator.directoryOffset == firstDirectory &&
                                             locator.headerOffset < reservedEnd);
                     }) &&
-         (awaited.empty() || Fail(Error::kRefused));
+         (awaited.empty() || Fail(ErrorCode::kIncompleteMap));
 }
 
 bool Rebuild::SurveySlot(const tag_aoStream& header, std::uint32_t headerOffset, bool reserved) {
-  if (!HasMagic(header) || !HasTerminatedName(header)) return Fail(Error::kDamaged);
+  if (!IsSound(header, headerOffset)) return false;
   tag_aoStreamOffset mapped;
   if (!source->streamMap.Lookup(header.name, mapped)) {
-    if (source->droppedNames.count(header.name) == 0) return Fail(Error::kRefused);
+    if (source->droppedNames.count(header.name) == 0) return Fail(ErrorCode::kIncompleteMap);
     ++report.hidden;
   } else if (mapped.headerOffset != headerOffset) {
     ++report.hidden;
@@ -138,7 +147,7 @@ bool Rebuild::CarryRoot(const char* name, TreeCopy& copy, const StoragePointer& 
   if (opened == nullptr) return false;
   if (!HasName(opened->Header(), name)) {  // another handle's doing
     source->openStreams.Close(name);
-    return Fail(Error::kNotFound);
+    return Fail(ErrorCode::kChanged);
   }
   const CountedStream stream(opened.release());
   const bool isFolder = stream->IsFolder();
@@ -146,14 +155,15 @@ bool Rebuild::CarryRoot(const char* name, TreeCopy& copy, const StoragePointer& 
       RootStreams(target).Create(name, PackKind(isFolder), kWriteFlags, false);
   if (twin == nullptr || (isFolder && twin->Header().length == 0)) return false;
   copy.Copy(*stream, twin.get());
-  return copy.IsWhole() && (!copy.metMissingSlots || Fail(Error::kDamaged));
+  return copy.IsWhole() &&
+         (!copy.metMissingSlots || Fail(ErrorCode::kTruncated, stream->Locator().headerOffset));
 }
 
 // Walks the new file, its directory first, and compares. The name map is not needed for that.
 bool Rebuild::Check(const StoragePointer& target, const std::string& path) const {
   File file = File::Open(path, File::Access::kRead);
   if (!file.IsOpen()) return false;
-  if (!(file.Identity() == target->file.Identity())) return Fail(Error::kRefused);
+  if (!(file.Identity() == target->file.Identity())) return Fail(ErrorCode::kChanged);
   const StoragePointer written = OpenStorageIn(path, std::move(file), 0, false);
   if (written == nullptr) return false;
   CopySeal found;
@@ -166,7 +176,8 @@ bool Rebuild::Check(const StoragePointer& target, const std::string& path) const
         reading.Copy(*stream, nullptr);
         return reading.IsWhole() && !reading.metMissingSlots;
       });
-  return read && (found == seal || Fail(Error::kDamaged));
+  // What came back is not what was written.
+  return (read && found == seal) || Fail(ErrorCode::kInputOutput);
 }
 
 }  // namespace aostorage::detail

@@ -10,10 +10,13 @@ namespace aostorage {
 
 using detail::Fail;
 using detail::Guarded;
+using detail::Operation;
 using detail::Rebuild;
 using Outcome = detail::Replacement::Outcome;
 
 namespace {
+
+constexpr const char* kOperation = "aoStorage::Recreate";
 
 Outcome RunRebuild(const detail::StoragePointer& source, const std::string& path,
                    Rebuild::Where where, const RebuildProgress& progress) {
@@ -22,7 +25,7 @@ Outcome RunRebuild(const detail::StoragePointer& source, const std::string& path
 }
 
 bool IsUsablePath(const char* path) {
-  return (path != nullptr && *path != '\0') || Fail(Error::kBadArgument);
+  return (path != nullptr && *path != '\0') || Fail(ErrorCode::kNameUnusable);
 }
 
 }  // namespace
@@ -33,7 +36,8 @@ aoStorage* aoStorage::Recreate(aoStorage* storage, const char* path) {
 
 aoStorage* aoStorage::Recreate(aoStorage* storage, const char* path,
                                const RebuildProgress& progress) {
-  if (storage == nullptr) return Fail(Error::kBadArgument), nullptr;
+  const Operation operation(kOperation);
+  if (storage == nullptr) return Fail(ErrorCode::kBadArgument), nullptr;
   if (!IsUsablePath(path)) return storage;
   return Guarded(storage, [&] {
     const std::string target(path);  // the pointer may be into the storage that ends here
@@ -50,6 +54,7 @@ aoStorage* aoStorage::Recreate(aoStorage* storage, const char* path,
 int aoStorage::Recreate(const char* path) { return Recreate(path, RebuildProgress()); }
 
 int aoStorage::Recreate(const char* path, const RebuildProgress& progress) {
+  const Operation operation(kOperation);
   aoStorage* storage = Open(path, kReadFlags, 0);
   if (storage == nullptr) return 0;
   const Outcome outcome = Guarded(Outcome::kNothingReplaced, [&] {

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/last_error.h"
 #include "platform/write_window.h"
 
 namespace aostorage::detail {
@@ -34,6 +35,10 @@ struct FileIdentity {
     return device != other.device ? device < other.device : inode < other.inode;
   }
 };
+
+// Notes the damage of a record at `offset` of which only `got` bytes are in the file, and gives
+// false.
+bool FailShort(std::uint64_t offset, std::size_t got) noexcept;
 
 // An open regular file with positioned reads and writes. Move-only; closes in the destructor. A
 // failed operation notes its reason for LastError. Interrupted calls are repeated (a bounded number
@@ -73,7 +78,7 @@ class File {
   // The same for two stretches of memory, the first of which is small.
   std::optional<std::size_t> ReadAt(std::uint64_t offset, void* first, std::size_t firstCount,
                                     void* second, std::size_t secondCount);
-  // True when all `count` bytes came; a short read is damage.
+  // True when all `count` bytes came; a short read is damage: see FailShort.
   [[nodiscard]] bool ReadExactlyAt(std::uint64_t offset, void* buffer, std::size_t count);
   [[nodiscard]] bool WriteAt(std::uint64_t offset, const void* data, std::size_t count);
   // Writes up to kMaxStretches stretches one behind the other, in one call where the system takes
@@ -85,10 +90,15 @@ class File {
   [[nodiscard]] bool SetSize(std::uint64_t size);
   // All that was written has reached the disk, and what the system knows of the file too.
   [[nodiscard]] bool Sync();
+  // All that was written has reached the disk. Once it has failed, nobody knows what has: from then
+  // on no write and no further call succeeds.
+  [[nodiscard]] bool SyncData();
 
   // Keeps what is written at the end in memory for a while, to write it in large pieces. Until
-  // EndWindow nobody else may use the file.
-  void BeginWindow() { window = std::make_unique<WriteWindow>(knownSize); }
+  // EndWindow nobody else may use the file. About `expected` bytes are to come.
+  void BeginWindow(std::uint64_t expected) {
+    window = std::make_unique<WriteWindow>(knownSize, expected);
+  }
   [[nodiscard]] bool EndWindow();
 
   // The size of the file, asked from the system.
@@ -125,6 +135,7 @@ class File {
     std::swap(expectedSize, other.expectedSize);
     std::swap(lastOwnWrite, other.lastOwnWrite);
     std::swap(othersSeen, other.othersSeen);
+    std::swap(syncError, other.syncError);
     std::swap(window, other.window);
   }
   std::optional<std::size_t> ReadThrough(std::uint64_t offset, void* buffer, std::size_t count);
@@ -135,6 +146,9 @@ class File {
   // Asks for size and modification time; false with the reason noted when the system refuses.
   bool AskStatus();
   void NoteOwnWrite(std::uint64_t end);
+  [[nodiscard]] bool MayWrite() const;
+  // Notes why a call on the file failed, and gives false.
+  bool FailCall(std::uint64_t offset = kNoFileOffset) const;
 
   int descriptor = -1;
   FileIdentity identity;
@@ -142,6 +156,7 @@ class File {
   std::uint64_t expectedSize = 0;  // the size that the file has if nobody else appends
   Moment lastOwnWrite;             // no own write changed the file after this
   bool othersSeen = false;         // a change by somebody else was met and not yet reported
+  int syncError = 0;               // of the SyncData that failed
   std::unique_ptr<WriteWindow> window;
 };
 

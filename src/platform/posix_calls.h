@@ -38,6 +38,7 @@ inline ssize_t Write(int descriptor, const iovec* pieces, int pieceCount, off_t 
 }
 inline int Truncate(int descriptor, off_t size) { return ::ftruncate(descriptor, size); }
 inline int Sync(int descriptor) { return ::fsync(descriptor); }
+inline int SyncData(int descriptor) { return ::fdatasync(descriptor); }
 inline ssize_t Copy(int from, off_t* fromOffset, int to, off_t* toOffset, size_t count) {
   return ::copy_file_range(from, fromOffset, to, toOffset, count, 0);
 }

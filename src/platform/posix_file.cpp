@@ -32,6 +32,10 @@ int OpenFlags(File::Access access) {
 
 }  // namespace
 
+bool FailShort(std::uint64_t offset, std::size_t got) noexcept {
+  return Fail(got == 0 ? ErrorCode::kOutOfRange : ErrorCode::kTruncated, offset);
+}
+
 File File::Open(const std::string& path, Access access) {
   File file;
   const mode_t mode = access == Access::kCreatePrivate ? kPrivateMode : kNewFileMode;
@@ -47,7 +51,7 @@ bool File::LearnStatus() {
   struct stat status {};
   if (posix::Repeated([&] { return posix::Status(descriptor, &status); }) < 0)
     return posix::FailWithErrno();
-  if (!S_ISREG(status.st_mode)) return Fail(Error::kNotAStorage);
+  if (!S_ISREG(status.st_mode)) return Fail(ErrorCode::kNotAFile);
   identity = {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)};
   knownSize = expectedSize = static_cast<std::uint64_t>(status.st_size);
   lastOwnWrite = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
@@ -63,7 +67,7 @@ void File::Close() {
 std::optional<std::size_t> File::ReadThrough(std::uint64_t offset, void* buffer,
                                              std::size_t count) {
   if (offset >= kReachableEnd) {
-    Fail(Error::kDamaged);
+    Fail(ErrorCode::kOutOfRange, offset);
     return std::nullopt;
   }
   count = static_cast<std::size_t>(std::min<std::uint64_t>(count, kReachableEnd - offset));
@@ -74,7 +78,7 @@ std::optional<std::size_t> File::ReadThrough(std::uint64_t offset, void* buffer,
                          static_cast<off_t>(offset + done));
     });
     if (got < 0) {
-      posix::FailWithErrno();
+      FailCall(offset);
       return std::nullopt;
     }
     if (got == 0) break;
@@ -95,7 +99,7 @@ std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* first, std::
                          static_cast<off_t>(offset));
     });
     if (got < 0) {
-      posix::FailWithErrno();
+      FailCall(offset);
       return std::nullopt;
     }
   }
@@ -119,7 +123,7 @@ std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* first, std::
 bool File::ReadExactlyAt(std::uint64_t offset, void* buffer, std::size_t count) {
   const std::optional<std::size_t> got = ReadAt(offset, buffer, count);
   if (!got) return false;
-  return *got == count || Fail(Error::kDamaged);
+  return *got == count || FailShort(offset, *got);
 }
 
 bool File::WriteAt(std::uint64_t offset, const void* data, std::size_t count) {
@@ -130,7 +134,9 @@ bool File::WriteAt(std::uint64_t offset, const void* data, std::size_t count) {
 bool File::WriteAt(std::uint64_t offset, const Stretch* stretches, std::size_t stretchCount) {
   std::uint64_t total = 0;
   for (std::size_t i = 0; i < stretchCount; ++i) total += stretches[i].size;
-  if (offset > kReachableEnd || total > kReachableEnd - offset) return Fail(Error::kNoRoom);
+  if (!MayWrite()) return false;
+  if (offset > kReachableEnd || total > kReachableEnd - offset)
+    return Fail(ErrorCode::kTooLarge, offset);
   if (window == nullptr) return WriteThrough(offset, stretches, stretchCount);
   if (!window->Write(*this, offset, stretches, stretchCount)) return false;
   knownSize = expectedSize = std::max(knownSize, offset + total);
@@ -154,8 +160,9 @@ bool File::WriteThrough(std::uint64_t offset, const Stretch* stretches, std::siz
                  ? posix::Write(descriptor, next->iov_base, next->iov_len, static_cast<off_t>(at))
                  : posix::Write(descriptor, next, pieceCount, static_cast<off_t>(at));
     });
-    if (taken < 0) posix::FailWithErrno();
-    if (taken == 0) Fail(Error::kInputOutput);  // a write that takes nothing will never end
+    if (taken < 0) FailCall(offset);
+    if (taken == 0)
+      Fail(ErrorCode::kInputOutput, offset);  // a write that takes nothing will never end
     if (taken > 0) at += static_cast<std::uint64_t>(taken);
     NoteOwnWrite(at);
     if (taken <= 0) return false;
@@ -174,15 +181,33 @@ bool File::WriteThrough(std::uint64_t offset, const Stretch* stretches, std::siz
 }
 
 bool File::SetSize(std::uint64_t size) {
+  if (!MayWrite()) return false;
   if (posix::Repeated([&] { return posix::Truncate(descriptor, static_cast<off_t>(size)); }) < 0)
-    return posix::FailWithErrno();
+    return FailCall(size);
   knownSize = expectedSize = size;
   NoteOwnWrite(size);
   return true;
 }
 
 bool File::Sync() {
-  return posix::Repeated([&] { return posix::Sync(descriptor); }) == 0 || posix::FailWithErrno();
+  return posix::Repeated([&] { return posix::Sync(descriptor); }) == 0 || FailCall();
+}
+
+bool File::SyncData() {
+  if (!MayWrite()) return false;
+  if (posix::Repeated([&] { return posix::SyncData(descriptor); }) == 0) return true;
+  syncError = errno;
+  return FailCall();
+}
+
+bool File::FailCall(std::uint64_t offset) const {
+  const int systemError = errno;
+  return IsOpen() ? Fail(posix::ReasonOf(systemError), offset, systemError)
+                  : Fail(ErrorCode::kNotOpen);
+}
+
+bool File::MayWrite() const {
+  return syncError == 0 || Fail(ErrorCode::kSyncFailed, kNoFileOffset, syncError);
 }
 
 bool File::EndWindow() {
@@ -203,8 +228,7 @@ bool File::ChangedByOthers() {
 
 bool File::AskStatus() {
   struct stat status {};
-  if (posix::Repeated([&] { return posix::Status(descriptor, &status); }) < 0)
-    return posix::FailWithErrno();
+  if (posix::Repeated([&] { return posix::Status(descriptor, &status); }) < 0) return FailCall();
   const Moment modified{status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
   knownSize = static_cast<std::uint64_t>(status.st_size);
   if (knownSize != expectedSize || lastOwnWrite < modified) {

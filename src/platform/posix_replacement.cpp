@@ -12,8 +12,10 @@ namespace {
 // A name that was put into a directory, or taken out, has reached the disk. Not every file system
 // can do that for a directory, and none loses a whole file over it: there is nothing to report.
 void SyncDirectory(const std::string& directory) {
+  Attempt attempt;
   constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
   const int descriptor = posix::OpenAboveStandardStreams(directory.c_str(), kFlags, mode_t{});
+  attempt.Forget();
   if (descriptor < 0) return;
   posix::Repeated([&] { return posix::Sync(descriptor); });
   posix::Close(descriptor);
@@ -71,8 +73,9 @@ File Replacement::MakeTemporary(const FileIdentity& source) {
   struct stat status {};
   if (posix::Status(temporaryPath.c_str(), &status) == 0) {
     const FileIdentity there = posix::IdentityOf(status);
-    if (!S_ISREG(status.st_mode) || there == source || (goal.exists && there == goal.identity))
-      return Fail(Error::kRefused), File();
+    if (!S_ISREG(status.st_mode)) return Fail(ErrorCode::kNotAFile), File();
+    if (there == source || (goal.exists && there == goal.identity))
+      return Fail(ErrorCode::kBadArgument), File();
     // Another name of that file is none of ours: a new file is made instead of emptying this one.
     if (posix::Unlink(temporaryPath.c_str()) < 0) return posix::FailWithErrno(), File();
   }
@@ -87,7 +90,7 @@ File Replacement::MakeTemporary(const FileIdentity& source) {
 bool Replacement::IsStillThere() const {
   struct stat status {};
   if (posix::Status(temporaryPath.c_str(), &status) < 0) return posix::FailWithErrno();
-  return posix::IdentityOf(status) == temporaryIdentity || Fail(Error::kRefused);
+  return posix::IdentityOf(status) == temporaryIdentity || Fail(ErrorCode::kChanged);
 }
 
 Replacement::~Replacement() {
@@ -103,7 +106,7 @@ Replacement::Outcome Replacement::PutInPlace(File& temporary, bool mayCopyOver) 
   Standing old;
   if (!Standing::Look(goal.path, old) || !IsStillThere()) return Outcome::kNothingReplaced;
   if (old.path != goal.path || old.exists != goal.exists || !(old.identity == goal.identity))
-    return Fail(Error::kRefused), Outcome::kNothingReplaced;  // it is another file by now
+    return Fail(ErrorCode::kChanged), Outcome::kNothingReplaced;  // it is another file by now
   bool inOneStep = !old.hasOtherNames;
   if (old.exists) {
     struct stat status {};
@@ -127,7 +130,7 @@ Replacement::Outcome Replacement::PutInPlace(File& temporary, bool mayCopyOver) 
     // Another file system, or a file that something is mounted on.
     if (errno != EXDEV && errno != EBUSY) return posix::FailWithErrno(), Outcome::kNothingReplaced;
   }
-  if (!mayCopyOver) return Fail(Error::kRefused), Outcome::kNothingReplaced;
+  if (!mayCopyOver) return Fail(ErrorCode::kShared), Outcome::kNothingReplaced;
   return CopyOver(temporary, old);
 }
 
@@ -136,7 +139,7 @@ Replacement::Outcome Replacement::CopyOver(File& temporary, const Standing& old)
       File::Open(goal.path, old.exists ? File::Access::kReadWrite : File::Access::kCreateNew);
   if (!target.IsOpen()) return Outcome::kNothingReplaced;
   if (old.exists && !(target.Identity() == old.identity))
-    return Fail(Error::kRefused), Outcome::kNothingReplaced;
+    return Fail(ErrorCode::kChanged), Outcome::kNothingReplaced;
   // From here on the temporary file may be the only whole one: its name must last.
   SyncDirectory(temporaryDirectory);
   made = false;

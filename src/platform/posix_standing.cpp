@@ -28,7 +28,7 @@ bool Standing::Look(const std::string& at, Standing& found) {
       found.user = status.st_uid;
       found.group = status.st_gid;
       found.hasOtherNames = status.st_nlink > 1;
-      return S_ISREG(status.st_mode) || Fail(Error::kNotAStorage);
+      return S_ISREG(status.st_mode) || Fail(ErrorCode::kNotAFile);
     }
     std::array<char, PATH_MAX> text;
     const ssize_t size = posix::ReadLink(found.path.c_str(), text.data(), text.size());
@@ -36,7 +36,7 @@ bool Standing::Look(const std::string& at, Standing& found) {
     const std::string link(text.data(), static_cast<std::size_t>(size));
     found.path = link.front() == '/' ? link : posix::DirectoryOf(found.path) + "/" + link;
   }
-  return Fail(Error::kBadArgument, ELOOP);
+  return Fail(ErrorCode::kNameUnusable, kNoFileOffset, ELOOP);
 }
 
 }  // namespace aostorage::detail

@@ -12,39 +12,42 @@
 
 namespace aostorage::detail::posix {
 
-inline Error ReasonOf(int systemError) {
+inline ErrorCode ReasonOf(int systemError) {
   switch (systemError) {
     case ENOENT:
     case ENOTDIR:
-      return Error::kNotFound;
+      return ErrorCode::kNotFound;
     case EACCES:
     case EPERM:
     case EROFS:
-    case EBADF:
-      return Error::kAccessDenied;
+    case ETXTBSY:
+      return ErrorCode::kAccessDenied;
+    case EBADF:  // a descriptor that is open for something else
+      return ErrorCode::kNotWritable;
     case ENOSPC:
     case EDQUOT:
     case EFBIG:
-      return Error::kDiskFull;
+      return ErrorCode::kDiskFull;
     case EEXIST:
-      return Error::kExists;
+      return ErrorCode::kExists;
     case ENAMETOOLONG:
     case ELOOP:
-      return Error::kBadArgument;
+      return ErrorCode::kNameUnusable;
     case EISDIR:
     case ENXIO:
     case ENODEV:
-      return Error::kNotAStorage;
+      return ErrorCode::kNotAFile;
     case ENOMEM:
-      return Error::kNoMemory;
+      return ErrorCode::kNoMemory;
     default:
-      return Error::kInputOutput;
+      return ErrorCode::kInputOutput;
   }
 }
 
-inline bool FailWithErrno() {
+// `fileOffset`: where a read or a write was to begin.
+inline bool FailWithErrno(std::uint64_t fileOffset = kNoFileOffset) {
   const int systemError = errno;
-  return Fail(ReasonOf(systemError), systemError);
+  return Fail(ReasonOf(systemError), fileOffset, systemError);
 }
 
 // Repeats an interrupted call, a bounded number of times in a row.

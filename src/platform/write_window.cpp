@@ -10,8 +10,8 @@ namespace aostorage::detail {
 
 template <typename Part>
 void WriteWindow::EachPart(std::uint64_t offset, std::size_t count, Part part) {
-  const std::size_t at = (head + static_cast<std::size_t>(offset - start)) % kCapacity;
-  const std::size_t first = std::min(count, kCapacity - at);
+  const std::size_t at = (head + static_cast<std::size_t>(offset - start)) % Capacity();
+  const std::size_t first = std::min(count, Capacity() - at);
   part(ring.get() + at, first);
   if (count > first) part(ring.get(), count - first);
 }
@@ -22,13 +22,13 @@ bool WriteWindow::Write(File& file, std::uint64_t offset, const Stretch* stretch
   for (std::size_t i = 0; i < stretchCount; ++i) total += stretches[i].size;
   if (total == 0) return true;
   if (offset + total <= start) return file.WriteThrough(offset, stretches, stretchCount);
-  if (offset < start || offset > End() || total > kLargestKept) {
+  if (offset < start || offset > End() || total > LargestKept()) {
     if (!Flush(file)) return false;
     start = std::max(start, offset + total);
     return WriteChecked(file, offset, stretches, stretchCount);
   }
   const std::uint64_t newEnd = std::max(End(), offset + total);
-  while (newEnd - start > kCapacity) {
+  while (newEnd - start > Capacity()) {
     if (!HandOver(file)) return false;
   }
   if (offset < start) return Write(file, offset, stretches, stretchCount);  // no more kept
@@ -68,11 +68,11 @@ bool WriteWindow::Flush(File& file) {
 }
 
 bool WriteWindow::HandOver(File& file) {
-  const Stretch piece{ring.get() + head, std::min(size, kPiece)};
-  if (!WriteChecked(file, start, &piece, 1)) return false;
-  start += piece.size;
-  size -= piece.size;
-  head = (head + kPiece) % kCapacity;
+  const Stretch oldest{ring.get() + head, std::min(size, piece)};
+  if (!WriteChecked(file, start, &oldest, 1)) return false;
+  start += oldest.size;
+  size -= oldest.size;
+  head = (head + piece) % Capacity();
   return true;
 }
 
@@ -82,11 +82,11 @@ bool WriteWindow::WriteChecked(File& file, std::uint64_t offset, const Stretch* 
   for (std::size_t i = 0; i < stretchCount; ++i) {
     const auto* written = static_cast<const std::uint8_t*>(stretches[i].data);
     for (std::size_t left = stretches[i].size; left > 0;) {
-      const std::size_t count = std::min(left, kPiece);
+      const std::size_t count = std::min(left, piece);
       const std::optional<std::size_t> got = file.ReadThrough(offset, readBack.get(), count);
       if (!got) return false;
       if (*got != count || std::memcmp(readBack.get(), written, count) != 0)
-        return Fail(Error::kInputOutput);
+        return Fail(ErrorCode::kInputOutput, offset);
       written += count;
       offset += count;
       left -= count;

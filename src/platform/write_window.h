@@ -2,6 +2,7 @@
 #ifndef AOSTORAGE_PLATFORM_WRITE_WINDOW_H_
 #define AOSTORAGE_PLATFORM_WRITE_WINDOW_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -18,10 +19,13 @@ struct Stretch;
 // hand-over is a failed write; the file is of no use then.
 class WriteWindow {
  public:
-  // Begins at the end of the file, `fileEnd`.
-  explicit WriteWindow(std::uint64_t fileEnd)
-      : ring(std::make_unique<std::uint8_t[]>(kCapacity)),
-        readBack(std::make_unique<std::uint8_t[]>(kPiece)),
+  // Begins at the end of the file, `fileEnd`. About `expected` bytes are to come: a small file gets
+  // a small window.
+  WriteWindow(std::uint64_t fileEnd, std::uint64_t expected)
+      : piece(static_cast<std::size_t>(
+            std::clamp<std::uint64_t>(expected / kPieces, kLeastPiece, kMostPiece))),
+        ring(std::make_unique<std::uint8_t[]>(piece * kPieces)),
+        readBack(std::make_unique<std::uint8_t[]>(piece)),
         start(fileEnd) {}
 
   [[nodiscard]] bool Write(File& file, std::uint64_t offset, const Stretch* stretches,
@@ -33,10 +37,12 @@ class WriteWindow {
  private:
   // A piece fits a processor's cache with what is read back of it. A file that is made block by
   // block goes back to what it wrote shortly before: the ring holds that.
-  static constexpr std::size_t kPiece = std::size_t{256} << 10;
-  static constexpr std::size_t kCapacity = 8 * kPiece;
-  static constexpr std::size_t kLargestKept = kCapacity / 2;
+  static constexpr std::size_t kLeastPiece = std::size_t{16} << 10;
+  static constexpr std::size_t kMostPiece = std::size_t{256} << 10;
+  static constexpr std::size_t kPieces = 8;
 
+  std::size_t Capacity() const { return piece * kPieces; }
+  std::size_t LargestKept() const { return Capacity() / 2; }
   std::uint64_t End() const { return start + size; }
   // Calls `part` with the stretches of the ring, two at most, that stand for `count` bytes.
   template <typename Part>
@@ -47,8 +53,9 @@ class WriteWindow {
   [[nodiscard]] bool WriteChecked(File& file, std::uint64_t offset, const Stretch* stretches,
                                   std::size_t stretchCount);
 
+  std::size_t piece;
   std::unique_ptr<std::uint8_t[]> ring, readBack;
-  std::size_t head = 0;  // place in the ring of the first byte kept; a multiple of kPiece
+  std::size_t head = 0;  // place in the ring of the first byte kept; a multiple of the piece
   std::uint64_t start;   // its file offset
   std::size_t size = 0;  // bytes kept
 };

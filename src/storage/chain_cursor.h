@@ -3,6 +3,8 @@
 #define AOSTORAGE_STORAGE_CHAIN_CURSOR_H_
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/file.h"
@@ -10,6 +12,23 @@
 #include "storage/records.h"
 
 namespace aostorage::detail {
+
+// Reads block headers one behind the other. Small blocks often lie side by side: where the last one
+// did, one read brings several.
+class HeaderWindow {
+ public:
+  explicit HeaderWindow(File& openFile) : file(openFile) {}
+  [[nodiscard]] bool Read(std::uint64_t offset, BlockHeader::Bytes& header);
+
+ private:
+  // No larger, so that a chain that jumps to and fro brings little in vain.
+  static constexpr std::size_t kSize = 256;
+
+  File& file;
+  std::array<std::uint8_t, kSize> bytes;
+  std::uint64_t start = 0;
+  std::size_t size = 0;
+};
 
 // Walks a chain of blocks forward from its first block, block by block, and bounds the walk. A
 // plain value: a walk that may fail goes on a copy, which replaces the original when it has
@@ -40,11 +59,12 @@ struct ChainCursor {
   [[nodiscard]] bool Accept(const std::uint8_t* headerBytes);
   // Reads the current block's header if it is not loaded.
   [[nodiscard]] bool Load(File& file);
+  [[nodiscard]] bool Load(HeaderWindow& window);
   // Moves `distance` bytes forward without reading data, over as many blocks as it takes. On
   // failure the cursor stands where the walk ended.
   [[nodiscard]] bool Skip(File& file, std::uint32_t distance);
-  // Goes to the next block, which there must be. False when the chain is a circle, or has brought
-  // more data than the file has bytes: its blocks overlap.
+  // Goes to the next block, which there must be. False when the chain is a circle, or its blocks so
+  // far take more bytes than the file has: they overlap.
   [[nodiscard]] bool Step(File& file);
 
   // Data bytes of the loaded block behind the cursor.

@@ -24,7 +24,7 @@ t_OpenStream* OpenRegistry::Find(std::string_view name) {
 
 bool OpenRegistry::MayOpen(std::string_view name, std::uint32_t flags) {
   const t_OpenStream* record = Find(name);
-  return record == nullptr || Shares(record->openFlags, flags) || Fail(Error::kRefused);
+  return record == nullptr || Shares(record->openFlags, flags) || Fail(ErrorCode::kShared);
 }
 
 void OpenRegistry::Open(std::string_view name, std::uint32_t flags) {

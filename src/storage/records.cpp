@@ -126,9 +126,14 @@ void Vacate(tag_aoStream& header) {
   header.length = 0;
 }
 
+bool IsSound(const tag_aoStream& header, std::uint64_t headerOffset) {
+  if (!HasMagic(header)) return Fail(ErrorCode::kBadMagic, headerOffset);
+  return HasTerminatedName(header) || Fail(ErrorCode::kContradiction, headerOffset);
+}
+
 bool IsUsableName(const char* name) {
-  if (name == nullptr || *name == '\0') return Fail(Error::kBadArgument);
-  return std::memchr(name, '\0', kMaxNameLength + 1) != nullptr || Fail(Error::kBadArgument);
+  if (name == nullptr || *name == '\0') return Fail(ErrorCode::kNameUnusable);
+  return std::memchr(name, '\0', kMaxNameLength + 1) != nullptr || Fail(ErrorCode::kNameUnusable);
 }
 
 DirectoryBlock DirectoryBlock::ForGrowth(std::uint32_t slotCount) {

@@ -107,6 +107,9 @@ tag_aoStream NewStreamHeader(std::string_view name, std::uint32_t packedKind,
 // What a removal leaves: magic word and chain.
 void Vacate(tag_aoStream& header);
 
+// Magic word and name of a header at `headerOffset` are in order. Notes the damage when not.
+bool IsSound(const tag_aoStream& header, std::uint64_t headerOffset);
+
 // A name that a stream may have: 1 to 60 bytes. Notes the reason when it may not.
 bool IsUsableName(const char* name);
 
@@ -167,6 +170,7 @@ static_assert(DirectoryBlock::kHeadSize + DirectoryBlock::kMaxSlots * StreamHead
 struct BlockHeader {
   static constexpr std::uint32_t kSize = 20;
   static constexpr std::uint32_t kMagic = 0xFAFAFAFA;
+  static constexpr std::uint32_t kNextAt = 16;
   using Bytes = std::array<std::uint8_t, kSize>;
 
   std::uint32_t used = kSize;

@@ -27,12 +27,12 @@ std::uint32_t SlotIndexOf(const tag_aoStreamOffset& locator) {
 
 bool DirectoryWalk::Read(File& file, DirectoryBlock& block) const {
   return file.ReadExactlyAt(offset, block.Data(), DirectoryBlock::kSize) &&
-         (block.HasMagic() || Fail(Error::kDamaged));
+         (block.HasMagic() || Fail(ErrorCode::kBadMagic, offset));
 }
 
 bool DirectoryWalk::Step(std::uint32_t nextDirectory) {
   offset = nextDirectory;
-  return guard.Pass(nextDirectory) || Fail(Error::kDamaged);
+  return guard.Pass(nextDirectory) || Fail(ErrorCode::kCycle, nextDirectory);
 }
 
 RootDirectory::RootDirectory(const StorageFileHeader& fileHeader)
@@ -105,7 +105,7 @@ bool RootDirectory::ReadNext(File& file, DirectoryBlock& block, bool& atEnd) {
   const std::uint32_t next = blocks.empty() ? firstOffset : blocks.back().nextDirectory;
   atEnd = next == 0;
   if (atEnd) return true;
-  if (blockIndexByOffset.count(next) != 0) return Fail(Error::kDamaged);  // the chain is a circle
+  if (blockIndexByOffset.count(next) != 0) return Fail(ErrorCode::kCycle, next);
   if (!DirectoryWalk(next).Read(file, block)) return false;
   Note(next, block);
   return true;
@@ -126,7 +126,7 @@ bool RootDirectory::LearnMore(File& file) {
 bool RootDirectory::Grow(File& file, std::uint32_t& tailOffset) {
   const std::optional<std::uint64_t> end = file.Size();
   if (!end) return false;
-  if (*end + DirectoryBlock::kSize > kReachableEnd) return Fail(Error::kNoRoom);
+  if (*end + DirectoryBlock::kSize > kReachableEnd) return Fail(ErrorCode::kTooLarge, *end);
   const auto newOffset = static_cast<std::uint32_t>(*end);
   const DirectoryBlock block = DirectoryBlock::ForGrowth(slotsPerDirectory);
   if (!file.WriteAt(newOffset, block.Data(), DirectoryBlock::kSize)) return false;
@@ -150,7 +150,7 @@ std::optional<FreeSlot> RootDirectory::TakeReserved(File& file) const {
           block.Slot(i)};
     }
   }
-  Fail(Error::kNoRoom);
+  Fail(ErrorCode::kFull);
   return std::nullopt;
 }
 

@@ -9,8 +9,11 @@ namespace aostorage::detail {
 bool EmptyChain(StorageCore& storage, std::uint32_t firstBlock, bool& fit) {
   fit = true;
   if (firstBlock == 0) return true;
+  Attempt reading;  // a chain that cannot be read is left, and another one begun
+  HeaderWindow window(storage.file);
   for (ChainCursor walk = ChainCursor::AtStart(firstBlock);;) {
-    if (!walk.Load(storage.file)) {
+    if (!walk.Load(window)) {
+      reading.Forget();
       fit = false;
       return true;
     }
@@ -22,6 +25,7 @@ bool EmptyChain(StorageCore& storage, std::uint32_t firstBlock, bool& fit) {
     }
     if (walk.header.nextBlock == 0) return true;
     if (!walk.Step(storage.file)) {
+      reading.Forget();
       fit = false;
       return true;
     }
@@ -32,7 +36,7 @@ std::unique_ptr<StreamCore> RootStreams::Create(const char* name, std::uint32_t 
                                                 std::uint32_t flags, bool fast,
                                                 StreamCore::Sharing sharing) {
   if (!IsUsableName(name)) return nullptr;
-  if (storage->streamMap.Has(name)) return Fail(Error::kExists), nullptr;
+  if (storage->streamMap.Has(name)) return Fail(ErrorCode::kExists), nullptr;
   std::optional<FreeSlot> slot =
       fast ? storage->directory.TakeReserved(storage->file) : storage->TakeOrdinarySlot();
   if (!slot) return nullptr;
@@ -64,11 +68,12 @@ std::unique_ptr<StreamCore> RootStreams::Open(const char* name, std::uint32_t fl
                                               StreamCore::Sharing sharing) {
   tag_aoStreamOffset offset;
   if (!IsUsableName(name)) return nullptr;
-  if (!storage->streamMap.Lookup(name, offset)) return Fail(Error::kNotFound), nullptr;
+  if (!storage->streamMap.Lookup(name, offset)) return Fail(ErrorCode::kNotFound), nullptr;
   if (!storage->openStreams.MayOpen(name, flags)) return nullptr;
   tag_aoStream header;
   if (!ReadRecord(offset, header)) return nullptr;
-  if (!IsInUse(header)) return Fail(Error::kNotFound), nullptr;  // another handle has removed it
+  if (!IsInUse(header))
+    return Fail(ErrorCode::kNotFound), nullptr;  // another handle has removed it
   return OpenRecord(header, offset, name, flags, sharing);
 }
 
@@ -78,7 +83,8 @@ std::unique_ptr<StreamCore> RootStreams::OpenFast(const char* name, std::uint32_
   std::array<std::uint8_t, RootDirectory::kFastReadSize> bytes;
   const std::uint32_t blockOffset = storage->directory.FirstOffset();
   if (!storage->file.ReadExactlyAt(blockOffset, bytes.data(), bytes.size())) return nullptr;
-  if (Load32(bytes.data()) != DirectoryBlock::kMagic) return Fail(Error::kDamaged), nullptr;
+  if (Load32(bytes.data()) != DirectoryBlock::kMagic)
+    return Fail(ErrorCode::kBadMagic, blockOffset), nullptr;
   const std::uint32_t slotCount =
       std::min(Load32(bytes.data() + DirectoryBlock::kSlotCountAt), DirectoryBlock::kMaxSlots);
   for (std::uint32_t i = 0; i < storage->directory.FastSlotCount(slotCount); ++i) {
@@ -91,7 +97,7 @@ std::unique_ptr<StreamCore> RootStreams::OpenFast(const char* name, std::uint32_
                        DurationSeconds(header)},
                       name, flags, sharing);
   }
-  return Fail(Error::kNotFound), nullptr;
+  return Fail(ErrorCode::kNotFound), nullptr;
 }
 
 std::unique_ptr<StreamCore> RootStreams::OpenByOffset(const tag_aoStreamOffset& offset,
@@ -104,7 +110,8 @@ std::unique_ptr<StreamCore> RootStreams::OpenByOffset(const tag_aoStreamOffset& 
 std::unique_ptr<StreamCore> RootStreams::OpenRead(const tag_aoStream& header,
                                                   const tag_aoStreamOffset& offset,
                                                   std::uint32_t flags) {
-  if (!HasTerminatedName(header)) return Fail(Error::kDamaged), nullptr;
+  if (!HasTerminatedName(header))
+    return Fail(ErrorCode::kContradiction, offset.headerOffset), nullptr;
   if (!storage->openStreams.MayOpen(header.name, flags)) return nullptr;
   return OpenRecord(header, offset, header.name, flags, StreamCore::Sharing::kLasting);
 }
@@ -120,7 +127,7 @@ std::unique_ptr<StreamCore> RootStreams::OpenRecord(const tag_aoStream& header,
                                                     const tag_aoStreamOffset& offset,
                                                     const char* name, std::uint32_t flags,
                                                     StreamCore::Sharing sharing) {
-  if (!HasMagic(header) || !HasTerminatedName(header)) return Fail(Error::kDamaged), nullptr;
+  if (!IsSound(header, offset.headerOffset)) return nullptr;
   auto stream = std::make_unique<StreamCore>(storage, header, offset, flags, sharing);
   if (sharing == StreamCore::Sharing::kLasting) storage->openStreams.Open(name, flags);
   return stream;
@@ -131,7 +138,7 @@ std::unique_ptr<StreamCore> RootStreams::OpenFirstSlot(std::uint32_t flags) {
   DirectoryBlock block;
   if (!walk.Read(storage->file, block)) return nullptr;
   const std::uint32_t slotIndex = storage->directory.ReservedSlotCount();
-  if (slotIndex >= block.SlotCount()) return Fail(Error::kNotFound), nullptr;
+  if (slotIndex >= block.SlotCount()) return Fail(ErrorCode::kNotFound), nullptr;
   const tag_aoStream header = block.Slot(slotIndex);
   return OpenRead(header,
                   {DirectoryBlock::SlotOffset(walk.Offset(), slotIndex), walk.Offset(),

@@ -20,6 +20,7 @@ using detail::DirectoryBlock;
 using detail::DirectoryWalk;
 using detail::Fail;
 using detail::Guarded;
+using detail::Operation;
 using detail::RootStreams;
 using detail::StorageCore;
 using detail::StreamCore;
@@ -33,7 +34,7 @@ constexpr StreamCookie kUnsortedEnd = CMapSort::kNoEntry;
 std::unique_ptr<StreamCore> OpenEntry(const std::shared_ptr<StorageCore>& storage,
                                       const std::optional<CMapSort::Found>& entry,
                                       std::uint32_t flags) {
-  if (!entry) return Fail(Error::kNotFound), nullptr;
+  if (!entry) return Fail(ErrorCode::kNotFound), nullptr;
   return RootStreams(storage).OpenByOffset(entry->locator, entry->name, flags);
 }
 
@@ -46,8 +47,10 @@ bool IsFolderStream(const aoStream& stream) { return stream.IsFolder() != 0; }
 
 // The first stream of a cookie walk that is of the kind wanted and has the name; the empty name
 // fits all.
-aoStream* FindRoot(aoStorage& storage, const char* name, std::uint32_t flags, bool folder) {
-  if (name == nullptr) return Fail(Error::kBadArgument), nullptr;
+aoStream* FindRoot(const char* operationName, aoStorage& storage, const char* name,
+                   std::uint32_t flags, bool folder) {
+  const Operation operation(operationName);
+  if (name == nullptr) return Fail(ErrorCode::kNameUnusable), nullptr;
   StreamCookie cookie = 0;
   aoStream* stream = storage.OpenStreamFirst(cookie, flags);
   while (stream != nullptr) {
@@ -103,10 +106,10 @@ void aoStorage::EnableSorting(int sortEnabled, int sortDescending) {
 }
 
 aoStream* aoStorage::OpenStreamFirst(StreamCookie& cookie, std::uint32_t flags) {
-  return StreamMaker::Make([&]() -> std::unique_ptr<StreamCore> {
+  return StreamMaker::Make("aoStorage::OpenStreamFirst", [&]() -> std::unique_ptr<StreamCore> {
     CMapSort& map = core->streamMap;
     if (core->sortEnabled) map.Sort(core->sortDescending);
-    if (map.Count() == 0) return nullptr;
+    if (map.Count() == 0) return Fail(ErrorCode::kNotFound), nullptr;
     if (core->sortEnabled) {
       cookie = SortedNext(map, 0);
       return OpenEntry(core, map.SortedAt(0), flags);
@@ -118,13 +121,14 @@ aoStream* aoStorage::OpenStreamFirst(StreamCookie& cookie, std::uint32_t flags) 
 }
 
 aoStream* aoStorage::OpenStreamNext(StreamCookie& cookie, std::uint32_t flags) {
-  return StreamMaker::Make([&]() -> std::unique_ptr<StreamCore> {
+  return StreamMaker::Make("aoStorage::OpenStreamNext", [&]() -> std::unique_ptr<StreamCore> {
     CMapSort& map = core->streamMap;
-    if (cookie == (core->sortEnabled ? kSortedEnd : kUnsortedEnd)) return nullptr;
+    if (cookie == (core->sortEnabled ? kSortedEnd : kUnsortedEnd))
+      return Fail(ErrorCode::kNotFound), nullptr;
     if (core->sortEnabled) {
       if (cookie < 0 || static_cast<std::size_t>(cookie) >= map.SortedCount()) {
         cookie = kSortedEnd;
-        return Fail(Error::kNotFound), nullptr;
+        return Fail(ErrorCode::kNotFound), nullptr;
       }
       const auto entry = map.SortedAt(cookie);
       cookie = SortedNext(map, cookie);
@@ -133,7 +137,7 @@ aoStream* aoStorage::OpenStreamNext(StreamCookie& cookie, std::uint32_t flags) {
     const auto entry = map.At(cookie);
     if (!entry) {
       cookie = kUnsortedEnd;
-      return Fail(Error::kNotFound), nullptr;
+      return Fail(ErrorCode::kNotFound), nullptr;
     }
     cookie = map.Next(cookie);
     return OpenEntry(core, entry, flags);
@@ -141,11 +145,12 @@ aoStream* aoStorage::OpenStreamNext(StreamCookie& cookie, std::uint32_t flags) {
 }
 
 aoStream* aoStorage::OpenStreamFirst(std::uint32_t flags) {
-  return StreamMaker::Make([&] { return RootStreams(core).OpenFirstSlot(flags); });
+  return StreamMaker::Make("aoStorage::OpenStreamFirst",
+                           [&] { return RootStreams(core).OpenFirstSlot(flags); });
 }
 
 aoStream* aoStorage::OpenStreamFirst2(int& position, std::uint32_t flags) {
-  return StreamMaker::Make([&]() -> std::unique_ptr<StreamCore> {
+  return StreamMaker::Make("aoStorage::OpenStreamFirst2", [&]() -> std::unique_ptr<StreamCore> {
     std::vector<std::string>& names = core->streamNames;
     names.clear();
     DirectoryBlock block;
@@ -159,35 +164,35 @@ aoStream* aoStorage::OpenStreamFirst2(int& position, std::uint32_t flags) {
       if (block.NextDirectory() == 0) break;
       if (!walk.Step(block.NextDirectory())) return nullptr;
     }
-    if (names.empty()) return nullptr;
+    if (names.empty()) return Fail(ErrorCode::kNotFound), nullptr;
     position = 0;
     return RootStreams(core).Open(names.front().c_str(), flags);
   });
 }
 
 aoStream* aoStorage::OpenStreamNext2(int& position, std::uint32_t flags) {
-  return StreamMaker::Make([&]() -> std::unique_ptr<StreamCore> {
+  return StreamMaker::Make("aoStorage::OpenStreamNext2", [&]() -> std::unique_ptr<StreamCore> {
     const std::vector<std::string>& names = core->streamNames;
-    if (position < 0) return Fail(Error::kBadArgument), nullptr;
-    if (static_cast<std::size_t>(position) + 1 >= names.size()) return nullptr;
+    if (position < 0) return Fail(ErrorCode::kBadArgument), nullptr;
+    if (static_cast<std::size_t>(position) + 1 >= names.size())
+      return Fail(ErrorCode::kNotFound), nullptr;
     ++position;
     return RootStreams(core).Open(names[static_cast<std::size_t>(position)].c_str(), flags);
   });
 }
 
 int aoStorage::IterateSortedStreamsNoOPENS(CIterateSortedStreams* iteration) {
-  return Guarded(0, [&] {
-    if (iteration == nullptr) return Fail(Error::kBadArgument), 0;
+  return Guarded("aoStorage::IterateSortedStreamsNoOPENS", 0, [&] {
+    if (iteration == nullptr) return Fail(ErrorCode::kBadArgument), 0;
     CMapSort& map = core->streamMap;
     if (iteration->firstCall != 0) {
       iteration->firstCall = 0;
       map.Sort(iteration->descending != 0);
       iteration->nextIndex = 0;
-      if (map.SortedCount() == 0) return 0;
+      if (map.SortedCount() == 0) return Fail(ErrorCode::kNotFound), 0;
     }
-    if (iteration->nextIndex == kSortedEnd) return 0;
     const auto entry = map.SortedAt(iteration->nextIndex);
-    if (!entry) return Fail(Error::kNotFound), 0;
+    if (!entry) return Fail(ErrorCode::kNotFound), 0;
     iteration->streamName = entry->name;
     iteration->streamOffset = entry->locator;
     iteration->nextIndex = static_cast<int>(SortedNext(map, iteration->nextIndex));
@@ -197,24 +202,26 @@ int aoStorage::IterateSortedStreamsNoOPENS(CIterateSortedStreams* iteration) {
 }
 
 aoStream* aoStorage::FindRootStorage(const char* name) {
-  return FindRoot(*this, name, kReadFlags, true);
+  return FindRoot("aoStorage::FindRootStorage", *this, name, kReadFlags, true);
 }
 
 aoStream* aoStorage::FindRootStorageWrite(const char* name) {
-  return FindRoot(*this, name, kWriteFlags, true);
+  return FindRoot("aoStorage::FindRootStorageWrite", *this, name, kWriteFlags, true);
 }
 
 aoStream* aoStorage::FindRootStream(const char* name) {
-  return FindRoot(*this, name, kReadFlags, false);
+  return FindRoot("aoStorage::FindRootStream", *this, name, kReadFlags, false);
 }
 
 std::uint32_t aoStorage::GetSubfolderCount(const char* name) {
-  return Guarded<std::uint32_t>(0, [&]() -> std::uint32_t {
+  return Guarded<std::uint32_t>("aoStorage::GetSubfolderCount", 0, [&]() -> std::uint32_t {
     const auto folder = RootStreams(core).Open(name, kReadFlags, StreamCore::Sharing::kMomentary);
-    if (folder == nullptr || !folder->IsFolder()) return 0;
+    if (folder == nullptr) return 0;
+    if (!folder->IsFolder()) return Fail(ErrorCode::kWrongKind), 0;
     std::array<std::uint8_t, detail::FolderPayload::kCountSize> count{};
-    return folder->Read(count.data(), count.size()) == count.size() ? detail::Load32(count.data())
-                                                                    : 0;
+    if (folder->Read(count.data(), count.size()) != count.size())
+      return Fail(ErrorCode::kBehindEnd), 0;
+    return detail::Load32(count.data());
   });
 }
 

@@ -13,6 +13,7 @@
 #include <aostorage/types.h>
 
 #include "platform/file.h"
+#include "platform/last_error.h"
 #include "storage/change_counter.h"
 #include "storage/map_sort.h"
 #include "storage/open_registry.h"
@@ -75,8 +76,13 @@ class StorageCore {
   void ForgetIndexes() { ++indexEpoch; }
   // Asks the file system too.
   bool OthersChangedFile() {
+    Attempt asking;
     if (!file.ChangedByOthers()) return false;
-    ++indexEpoch;
+    if (asking.Code() == ErrorCode::kNone) {
+      ++indexEpoch;
+    } else {
+      asking.Forget();  // the asker reads anew, and whoever asks next learns of a change
+    }
     return true;
   }
 

@@ -48,15 +48,15 @@ StoragePointer OpenStorageIn(const std::string& fileName, File file, std::uint32
   if (!got) return nullptr;
   const auto header =
       *got < StorageFileHeader::kSize ? std::nullopt : StorageFileHeader::Decode(head.data());
-  if (!header) return Fail(Error::kNotAStorage), nullptr;
+  if (!header) return Fail(ErrorCode::kNotAStorage, 0), nullptr;
   auto storage =
       std::make_shared<StorageCore>(fileName, std::move(file), *header, defaultBlockSize);
   if (!withMap) return storage;
   if (*got < header->firstDirectoryOffset + DirectoryBlock::kSize)
-    return Fail(Error::kDamaged), storage;
+    return Fail(ErrorCode::kTruncated, header->firstDirectoryOffset), storage;
   DirectoryBlock first;
   std::memcpy(first.Data(), head.data() + header->firstDirectoryOffset, DirectoryBlock::kSize);
-  if (!first.HasMagic()) return Fail(Error::kDamaged), storage;
+  if (!first.HasMagic()) return Fail(ErrorCode::kBadMagic, header->firstDirectoryOffset), storage;
   storage->directory.NoteFirst(first);
   MapSlots(*storage, header->firstDirectoryOffset, first);
   LoadFurtherBlocks(*storage);
@@ -88,7 +88,7 @@ StoragePointer CreateNew(const std::string& fileName, const std::string& place,
   try {
     storage = CreateStorageIn(fileName, std::move(file), defaultBlockSize);
   } catch (const std::bad_alloc&) {
-    Fail(Error::kNoMemory);
+    Fail(ErrorCode::kNoMemory);
   }
   if (storage == nullptr) File::Delete(place);
   return storage;
@@ -99,14 +99,17 @@ StoragePointer CreateNew(const std::string& fileName, const std::string& place,
 // file of this call.
 File CreateOrOpen(const std::string& fileName, std::uint32_t defaultBlockSize,
                   StoragePointer& made) {
-  made = CreateNew(fileName, fileName, defaultBlockSize);
-  if (made != nullptr || LastError() != Error::kExists) return {};
+  const auto isThere = [&](const std::string& place) {
+    Attempt making;
+    made = CreateNew(fileName, place, defaultBlockSize);
+    if (made != nullptr || making.Code() != ErrorCode::kExists) return false;
+    making.Forget();
+    return true;
+  };
+  if (!isThere(fileName)) return {};
   Standing end;
   if (!Standing::Look(fileName, end)) return {};
-  if (!end.exists) {
-    made = CreateNew(fileName, end.path, defaultBlockSize);
-    if (made != nullptr || LastError() != Error::kExists) return {};
-  }
+  if (!end.exists && !isThere(end.path)) return {};
   return File::Open(fileName, File::Access::kReadWrite);
 }
 
@@ -121,9 +124,12 @@ StoragePointer OpenStorage(const std::string& fileName, std::uint32_t flags,
 
 StoragePointer CreateStorage(const std::string& fileName, std::uint32_t defaultBlockSize) {
   StoragePointer made;
+  Attempt opening;
   File file = File::Open(fileName, File::Access::kReadWrite);
-  if (!file.IsOpen() && LastError() == Error::kNotFound)
+  if (opening.Code() == ErrorCode::kNotFound) {
+    opening.Forget();
     file = CreateOrOpen(fileName, defaultBlockSize, made);
+  }
   if (made != nullptr || !file.IsOpen()) return made;
   if (file.KnownSize() > 0 && !file.SetSize(0)) return nullptr;
   return CreateStorageIn(fileName, std::move(file), defaultBlockSize);
@@ -132,8 +138,10 @@ StoragePointer CreateStorage(const std::string& fileName, std::uint32_t defaultB
 StoragePointer OpenOrCreateStorage(const std::string& fileName, std::uint32_t flags,
                                    std::uint32_t defaultBlockSize) {
   StoragePointer made;
+  Attempt opening;
   File file = OpenExisting(fileName, flags);
-  if (!file.IsOpen() && LastError() == Error::kNotFound) {
+  if (opening.Code() == ErrorCode::kNotFound) {
+    opening.Forget();
     file = CreateOrOpen(fileName, defaultBlockSize, made);
   } else if (file.IsOpen() && file.KnownSize() == 0) {
     file = File::Open(fileName, File::Access::kReadWrite);

@@ -12,6 +12,7 @@
 namespace aostorage {
 
 using detail::Fail;
+using detail::Operation;
 using detail::StreamMaker;
 
 namespace detail {
@@ -28,7 +29,8 @@ bool WholeStream::ReadHead(StreamCore& source, std::uint32_t headSize) {
 bool WholeStream::ReadFirst(StreamCore& source, std::uint32_t count) {
   size = count;
   // A length that the file has no room for is damage, and no reason to ask for that much memory.
-  if (!source.Storage().file.Holds(size)) return Fail(Error::kDamaged);
+  if (!source.Storage().file.Holds(size))
+    return Fail(ErrorCode::kContradiction, source.Locator().headerOffset);
   if (size > capacity) {
     block.reset();
     capacity = 0;
@@ -36,8 +38,10 @@ bool WholeStream::ReadFirst(StreamCore& source, std::uint32_t count) {
     if (block == nullptr) return false;
     capacity = size;
   }
-  const std::uint32_t got = source.ReadOwn(block.get(), size);
-  return got == size || (got != kFailed && Fail(Error::kDamaged));
+  const bool fromStart = source.Cursor().position == 0;
+  if (source.ReadOwn(block.get(), size) == size) return true;
+  return fromStart ? Fail(ErrorCode::kContradiction, source.Locator().headerOffset)
+                   : Fail(ErrorCode::kBehindEnd);
 }
 
 }  // namespace detail
@@ -53,21 +57,26 @@ bool OnSameStream(const aoStream& one, const aoStream& other) {
 }  // namespace
 
 bool aoStream::CopyStream(aoStream* destination) {
-  if (core == nullptr || destination == nullptr) return Fail(Error::kBadArgument);
-  if (OnSameStream(*this, *destination)) return Fail(Error::kRefused);
-  destination->Erase();
-  if (GetLength() == 0) return Fail(Error::kNotFound);
+  const Operation operation("aoStream::CopyStream");
+  if (core == nullptr) return Fail(ErrorCode::kWrongKind);
+  if (destination == nullptr || OnSameStream(*this, *destination))
+    return Fail(ErrorCode::kBadArgument);
+  if (StreamMaker::CoreOf(destination) != nullptr) destination->Erase();
+  if (GetLength() == 0) return Fail(ErrorCode::kNotFound);
   detail::WholeStream whole;
   if (!whole.Read(*core)) return false;
   if (detail::StreamCore* target = StreamMaker::CoreOf(destination)) target->Rewind();
-  return destination->Write(whole.Data(), whole.Size(), true) == whole.Size();
+  return destination->Write(whole.Data(), whole.Size(), true) == whole.Size() ||
+         Fail(ErrorCode::kInputOutput);
 }
 
 std::uint32_t aoStream::CopyStreamToBuffer(std::uint8_t*& buffer) {
+  const Operation operation("aoStream::CopyStreamToBuffer");
   buffer = nullptr;
-  if (core == nullptr) return Fail(Error::kRefused), 0;
+  if (core == nullptr) return Fail(ErrorCode::kWrongKind), 0;
+  if (GetLength() == 0) return Fail(ErrorCode::kNotFound), 0;
   detail::WholeStream whole;
-  if (GetLength() == 0 || !whole.Read(*core)) return 0;
+  if (!whole.Read(*core)) return 0;
   buffer = whole.Take().release();
   return whole.Size();
 }
@@ -77,6 +86,9 @@ void aoStream::FreeBuffer(std::uint8_t*& buffer) {
   buffer = nullptr;
 }
 
-std::uint8_t* aoStream::AllocateBuffer(std::size_t size) { return detail::HeapAllocate(size); }
+std::uint8_t* aoStream::AllocateBuffer(std::size_t size) {
+  const Operation operation("aoStream::AllocateBuffer");
+  return detail::HeapAllocate(size);
+}
 
 }  // namespace aostorage

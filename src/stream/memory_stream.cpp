@@ -13,6 +13,7 @@
 namespace aostorage {
 
 using detail::Fail;
+using detail::Operation;
 
 namespace {
 
@@ -20,8 +21,8 @@ constexpr std::int32_t kGrowthStep = 1024;
 constexpr std::int32_t kLargestSize = std::numeric_limits<std::int32_t>::max();
 
 bool MayMove(const void* buffer, std::uint32_t count) {
-  if (count > std::uint32_t{kLargestSize}) return Fail(Error::kBadArgument);
-  return buffer != nullptr || count == 0 || Fail(Error::kBadArgument);
+  if (count > std::uint32_t{kLargestSize}) return Fail(ErrorCode::kBadArgument);
+  return buffer != nullptr || count == 0 || Fail(ErrorCode::kBadArgument);
 }
 
 }  // namespace
@@ -37,6 +38,7 @@ aoStream2::~aoStream2() {
 
 // The bytes are moved, not copied: whoever gave the block may read into it or write from it.
 std::uint32_t aoStream2::Read(void* buffer, std::uint32_t count) {
+  const Operation operation("aoStream2::Read");
   if (!MayMove(buffer, count)) return 0;
   const std::uint32_t delivered = std::min(count, Left());
   if (delivered == 0) return 0;
@@ -46,6 +48,7 @@ std::uint32_t aoStream2::Read(void* buffer, std::uint32_t count) {
 }
 
 std::uint32_t aoStream2::Write(const void* buffer, std::uint32_t count, bool /*final*/) {
+  const Operation operation("aoStream2::Write");
   if (!MayMove(buffer, count)) return 0;
   const auto* source = static_cast<const std::uint8_t*>(buffer);
   // A source in the block itself moves with it.
@@ -65,7 +68,7 @@ std::uint32_t aoStream2::Write(const void* buffer, std::uint32_t count, bool /*f
 // what fits.
 void aoStream2::Grow(std::uint32_t count) {
   const std::int64_t needed = std::int64_t{memOffset} + count;
-  if (needed > kLargestSize) Fail(Error::kNoRoom);
+  if (needed > kLargestSize) Fail(ErrorCode::kTooLarge);
   const std::int64_t wanted = std::max(needed, std::int64_t{memCapacity} + kGrowthStep);
   const auto newCapacity = static_cast<std::int32_t>(std::min<std::int64_t>(wanted, kLargestSize));
   std::uint8_t* grown = detail::HeapReallocate(memBuffer, static_cast<std::size_t>(memCapacity),
@@ -80,7 +83,10 @@ void aoStream2::Grow(std::uint32_t count) {
 
 std::uint8_t* aoStream2::Detach(std::int32_t& size) {
   size = memOffset;
-  if (memOffset == 0) return nullptr;
+  if (memOffset == 0) {
+    const Operation operation("aoStream2::Detach");
+    return Fail(ErrorCode::kNotFound), nullptr;
+  }
   std::uint8_t* block = memBuffer;
   memBuffer = nullptr;
   memCapacity = 0;

@@ -90,8 +90,8 @@ bool StreamCore::KnowsItsFolders() const {
 }
 
 bool StreamCore::MayChange() const {
-  if ((openFlags & kStreamWrite) == 0) return Fail(Error::kRefused);
-  return !IsRemoved() || Fail(Error::kNotFound);
+  if ((openFlags & kStreamWrite) == 0) return Fail(ErrorCode::kNotWritable);
+  return !IsRemoved() || Fail(ErrorCode::kNotFound);
 }
 
 // Name, kind and chain are the stream's, not this object's: another object may have changed them
@@ -113,7 +113,7 @@ bool StreamCore::WriteWholeHeader(std::uint32_t newLength) {
 
 bool StreamCore::SetLength(std::uint32_t newLength) {
   if (!MayChange()) return false;
-  if (newLength > header.length) return Fail(Error::kBadArgument);
+  if (newLength > header.length) return Fail(ErrorCode::kBadArgument);
   ForgetIndex();
   const bool written = WriteWholeHeader(newLength);
   Rewind();
@@ -169,10 +169,11 @@ bool StreamCore::ReadNextSlot(tag_aoStream& next, tag_aoStreamOffset& nextLocato
       return false;
     }
     const std::uint32_t nextDirectory = Load32(bytes.data());
-    if (nextDirectory == 0) return Fail(Error::kNotFound);
-    if (!directoryGuard.Pass(nextDirectory)) return Fail(Error::kDamaged);
+    if (nextDirectory == 0) return Fail(ErrorCode::kNotFound);
+    if (!directoryGuard.Pass(nextDirectory)) return Fail(ErrorCode::kCycle, nextDirectory);
     if (!storage->file.ReadExactlyAt(nextDirectory, bytes.data(), bytes.size())) return false;
-    if (Load32(bytes.data()) != DirectoryBlock::kMagic) return Fail(Error::kDamaged);
+    if (Load32(bytes.data()) != DirectoryBlock::kMagic)
+      return Fail(ErrorCode::kBadMagic, nextDirectory);
     nextLocator.directoryOffset = nextDirectory;
     nextLocator.headerOffset = DirectoryBlock::SlotOffset(nextDirectory, 0);
     nextLocator.directoryCount =
@@ -180,15 +181,15 @@ bool StreamCore::ReadNextSlot(tag_aoStream& next, tag_aoStreamOffset& nextLocato
     slot += DirectoryBlock::kHeadSize;
   }
   next = StreamHeader::Decode(slot);
-  if (!IsInUse(next)) return Fail(Error::kNotFound);
-  if (!HasMagic(next) || !HasTerminatedName(next)) return Fail(Error::kDamaged);
+  if (!IsInUse(next)) return Fail(ErrorCode::kNotFound);
+  if (!IsSound(next, nextLocator.headerOffset)) return false;
   nextLocator.durationSeconds = DurationSeconds(next);
   return true;
 }
 
 bool StreamCore::GoNext() {
   if (IsChild() || locator.directoryOffset == 0 || locator.headerOffset < locator.directoryOffset) {
-    return Fail(Error::kRefused);
+    return Fail(ErrorCode::kWrongKind);
   }
   const CycleGuard guardBefore = directoryGuard;
   tag_aoStream next;

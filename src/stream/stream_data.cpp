@@ -18,6 +18,7 @@ namespace {
 
 // Bytes read together with the header of a block that is not loaded. They go through a buffer of
 // the library, since only the header tells how many of them are the stream's.
+constexpr std::uint32_t kLeastReadAhead = 128;                        // blocks can be tiny
 constexpr std::uint32_t kSmallReadAhead = 4096 - BlockHeader::kSize;  // on the stack
 constexpr std::uint32_t kLargeReadAhead = 65536;                      // on the heap
 
@@ -43,9 +44,9 @@ struct StreamCore::ReadAhead {
 };
 
 std::uint32_t StreamCore::Read(void* buffer, std::uint32_t count) {
-  if (buffer == nullptr && count > 0) return Fail(Error::kBadArgument), kFailed;
+  if (buffer == nullptr && count > 0) return Fail(ErrorCode::kBadArgument), kFailed;
   if (cursor.block == 0 || count == 0) return 0;
-  if (outOfStep) return Fail(Error::kRefused), kFailed;
+  if (outOfStep) return Fail(ErrorCode::kOutOfStep), kFailed;
   auto* out = static_cast<std::uint8_t*>(buffer);
   ReadAhead ahead;
   std::uint32_t delivered = 0;
@@ -58,7 +59,8 @@ std::uint32_t StreamCore::Read(void* buffer, std::uint32_t count) {
     if (delivered == count) return delivered;
     if (cursor.Available() > 0) continue;  // the read ahead was shorter than the block
     if (cursor.header.nextBlock == 0) return delivered;
-    ahead.limit = std::clamp(cursor.header.used, kSmallReadAhead, kLargeReadAhead);
+    ahead.limit = std::clamp(std::min(cursor.header.used, kLargeReadAhead) * 2, kLeastReadAhead,
+                             kLargeReadAhead);
     fresher.reset();
     if (!cursor.Step(storage->file)) return kFailed;
   }
@@ -71,9 +73,10 @@ std::uint32_t StreamCore::ReadOwn(std::uint8_t* buffer, std::uint32_t count) {
   const std::optional<std::size_t> got =
       storage->file.ReadAt(cursor.block, bytes.data(), bytes.size(), buffer, count);
   if (!got) return kFailed;
-  if (*got < bytes.size() || !cursor.Accept(bytes.data())) return Fail(Error::kDamaged), kFailed;
+  if (*got < bytes.size()) return FailShort(cursor.block, *got), kFailed;
+  if (!cursor.Accept(bytes.data())) return kFailed;
   const std::uint32_t chunk = std::min(count, cursor.Available());
-  if (*got - bytes.size() < chunk) return Fail(Error::kDamaged), kFailed;
+  if (*got - bytes.size() < chunk) return Fail(ErrorCode::kTruncated, cursor.block), kFailed;
   cursor.Advance(chunk);
   if (chunk == count) return count;
   const std::uint32_t more = Read(buffer + chunk, count - chunk);
@@ -82,8 +85,11 @@ std::uint32_t StreamCore::ReadOwn(std::uint8_t* buffer, std::uint32_t count) {
 
 std::optional<std::uint32_t> StreamCore::ReadLoaded(std::uint8_t* out, std::uint32_t count) {
   const std::uint32_t chunk = std::min(count, cursor.Available());
-  if (chunk > 0 && !storage->file.ReadExactlyAt(cursor.FileOffset(), out, chunk))
-    return std::nullopt;
+  if (chunk > 0) {
+    const std::optional<std::size_t> got = storage->file.ReadAt(cursor.FileOffset(), out, chunk);
+    if (!got) return std::nullopt;
+    if (*got < chunk) return Fail(ErrorCode::kTruncated, cursor.block), std::nullopt;
+  }
   cursor.Advance(chunk);
   return chunk;
 }
@@ -105,15 +111,11 @@ std::optional<std::uint32_t> StreamCore::ReadWithHeader(std::uint8_t* out, std::
   const std::optional<std::size_t> got =
       storage->file.ReadAt(cursor.block, bytes, BlockHeader::kSize + room);
   if (!got) return std::nullopt;
-  if (*got < BlockHeader::kSize || !cursor.Accept(bytes)) {
-    Fail(Error::kDamaged);
-    return std::nullopt;
-  }
+  if (*got < BlockHeader::kSize) return FailShort(cursor.block, *got), std::nullopt;
+  if (!cursor.Accept(bytes)) return std::nullopt;
   const std::uint32_t chunk = std::min(room, cursor.Available());
-  if (*got - BlockHeader::kSize < chunk) {  // the file ends before `used` does
-    Fail(Error::kDamaged);
-    return std::nullopt;
-  }
+  if (*got - BlockHeader::kSize < chunk)  // the file ends before `used` does
+    return Fail(ErrorCode::kTruncated, cursor.block), std::nullopt;
   std::memcpy(out, bytes + BlockHeader::kSize, chunk);
   cursor.Advance(chunk);
   return chunk;
@@ -145,9 +147,9 @@ struct StreamCore::Pending {
 std::uint32_t StreamCore::Write(const void* buffer, std::uint32_t count, bool final,
                                 FilePieces* pieces) {
   if ((buffer == nullptr && count > 0) || count == kFailed)
-    return Fail(Error::kBadArgument), kFailed;
-  if (IsRemoved()) return Fail(Error::kNotFound), kFailed;
-  if (outOfStep) return Fail(Error::kRefused), kFailed;
+    return Fail(ErrorCode::kBadArgument), kFailed;
+  if (IsRemoved()) return Fail(ErrorCode::kNotFound), kFailed;
+  if (outOfStep) return Fail(ErrorCode::kOutOfStep), kFailed;
   Adopt();
   Pending pending{
       static_cast<const std::uint8_t*>(buffer), count, final, pieces, 0, 0, std::nullopt};
@@ -204,7 +206,7 @@ bool StreamCore::ChooseChunk(Pending& pending, std::uint32_t& chunk) {
   // another's.
   if (chunk == 0 || blockEnd <= storage->file.KnownSize()) return true;
   const std::optional<std::uint64_t> fileEnd = storage->file.Size();
-  return fileEnd && (blockEnd <= *fileEnd || Fail(Error::kDamaged));
+  return fileEnd && (blockEnd <= *fileEnd || Fail(ErrorCode::kContradiction, cursor.block));
 }
 
 // Rewrites the current block's header if the cursor has passed `used`, or the stream ends here.
@@ -276,7 +278,7 @@ std::optional<std::uint32_t> StreamCore::AppendBlock(std::uint64_t fileEnd, Bloc
                                                      std::uint32_t count) {
   const std::uint32_t dataRoom = ReserveOf(count);
   if (fileEnd + BlockHeader::kSize + dataRoom > kReachableEnd)
-    return Fail(Error::kNoRoom), std::nullopt;
+    return Fail(ErrorCode::kTooLarge, fileEnd), std::nullopt;
   block.used = BlockHeader::kSize + count;
   block.capacity = BlockHeader::kSize + dataRoom;
   const BlockHeader::Bytes bytes = block.Encode();
@@ -375,11 +377,8 @@ bool StreamCore::EnterFirstBlock(std::uint32_t offset, std::uint32_t count) {
   if (storage->WriteHeader(place, from, bytes.data() + from, size)) return true;
   if (together) {
     // A write cut short may have left a length without a chain: the old words go back, if they can.
-    const Error reason = LastError();
-    const int systemError = LastSystemError();
     const StreamHeader::Bytes old = StreamHeader::Encode(header);
     static_cast<void>(storage->WriteHeader(place, from, old.data() + from, size));
-    Fail(reason, systemError);
   }
   return false;
 }

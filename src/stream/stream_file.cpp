@@ -10,10 +10,23 @@ namespace aostorage {
 
 using detail::Fail;
 using detail::Guarded;
+using detail::Operation;
 
 namespace {
 
 constexpr std::uint32_t kNoSchema = 0xFFFF;
+
+// The result of every operation on a file that is not open.
+std::uint32_t NotOpen(const char* operationName) {
+  const Operation operation(operationName);
+  Fail(ErrorCode::kNotOpen);
+  return 0;
+}
+
+void Lacks(const char* operationName) {
+  const Operation operation(operationName);
+  Fail(ErrorCode::kWrongKind);
+}
 
 }  // namespace
 
@@ -25,46 +38,54 @@ CFile::CFile() = default;
 CFile::~CFile() = default;
 
 const CRuntimeClass* CFile::GetRuntimeClass() const { return &classCFile; }
-std::uint64_t CFile::GetPosition() const { return 0; }
-std::string CFile::GetFileName() const { return {}; }
-std::string CFile::GetFileTitle() const { return {}; }
+std::uint64_t CFile::GetPosition() const { return NotOpen("CFile::GetPosition"); }
+std::string CFile::GetFileName() const { return NotOpen("CFile::GetFileName"), std::string(); }
+std::string CFile::GetFileTitle() const { return NotOpen("CFile::GetFileTitle"), std::string(); }
 
 std::string CFile::GetFilePath() const {
-  return Guarded(std::string(), [&] { return filePath; });
+  return Guarded("CFile::GetFilePath", std::string(), [&] { return filePath; });
 }
 
 void CFile::SetFilePath(const char* path) {
-  if (path == nullptr) throw std::invalid_argument("CFile::SetFilePath: the path is null");
+  const Operation operation("CFile::SetFilePath");
+  if (path == nullptr) {
+    Fail(ErrorCode::kBadArgument);
+    throw std::invalid_argument("CFile::SetFilePath: the path is null");
+  }
   Guarded(false, [&] { return filePath = path, true; });
 }
 
 bool CFile::Open(const char* /*path*/, std::uint32_t /*openFlags*/) {
-  return Fail(Error::kRefused);
+  return NotOpen("CFile::Open") != 0;
 }
 
-CFile* CFile::Duplicate() const { return Fail(Error::kRefused), nullptr; }
+CFile* CFile::Duplicate() const { return NotOpen("CFile::Duplicate"), nullptr; }
 
 std::uint64_t CFile::Seek(std::int64_t /*offset*/, std::uint32_t /*origin*/) {
-  return Fail(Error::kRefused), 0;
+  return NotOpen("CFile::Seek");
 }
 
-void CFile::SetLength(std::uint64_t /*newLength*/) {}
-std::uint64_t CFile::GetLength() const { return 0; }
+void CFile::SetLength(std::uint64_t /*newLength*/) { NotOpen("CFile::SetLength"); }
+std::uint64_t CFile::GetLength() const { return NotOpen("CFile::GetLength"); }
 
 std::uint32_t CFile::Read(void* /*buffer*/, std::uint32_t /*count*/) {
-  return Fail(Error::kRefused), 0;
+  return NotOpen("CFile::Read");
 }
 
-void CFile::Write(const void* /*buffer*/, std::uint32_t /*count*/) { Fail(Error::kRefused); }
-void CFile::LockRange(std::uint64_t /*position*/, std::uint64_t /*count*/) {}
-void CFile::UnlockRange(std::uint64_t /*position*/, std::uint64_t /*count*/) {}
+void CFile::Write(const void* /*buffer*/, std::uint32_t /*count*/) { NotOpen("CFile::Write"); }
+void CFile::LockRange(std::uint64_t /*position*/, std::uint64_t /*count*/) {
+  NotOpen("CFile::LockRange");
+}
+void CFile::UnlockRange(std::uint64_t /*position*/, std::uint64_t /*count*/) {
+  NotOpen("CFile::UnlockRange");
+}
 void CFile::Abort() {}
 void CFile::Flush() {}
 void CFile::Close() {}
 
 std::uint32_t CFile::GetBufferPtr(std::uint32_t /*command*/, std::uint32_t /*count*/,
                                   void** /*start*/, void** /*end*/) {
-  return 0;
+  return NotOpen("CFile::GetBufferPtr");
 }
 
 // --- An open stream as a file
@@ -80,36 +101,52 @@ CAoStreamFile::CAoStreamFile(aoStream* stream) : boundStream(stream) {}
 CAoStreamFile::~CAoStreamFile() = default;
 
 const CRuntimeClass* CAoStreamFile::GetRuntimeClass() const { return GetThisClass(); }
-CFile* CAoStreamFile::Duplicate() const { return Fail(Error::kRefused), nullptr; }
+CFile* CAoStreamFile::Duplicate() const {
+  const Operation operation("CAoStreamFile::Duplicate");
+  return Fail(ErrorCode::kWrongKind), nullptr;
+}
 
 std::uint32_t CAoStreamFile::Read(void* buffer, std::uint32_t count) {
-  if (boundStream == nullptr) return Fail(Error::kRefused), kFailed;
+  const Operation operation("CAoStreamFile::Read");
+  if (boundStream == nullptr) return Fail(ErrorCode::kNotOpen), kFailed;
   return boundStream->Read(buffer, count);
 }
 
 void CAoStreamFile::Write(const void* buffer, std::uint32_t count) {
-  if (boundStream == nullptr) return static_cast<void>(Fail(Error::kRefused));
-  boundStream->Write(buffer, count, false);
+  const Operation operation("CAoStreamFile::Write");
+  if (boundStream == nullptr) {
+    Fail(ErrorCode::kNotOpen);
+  } else if (boundStream->Write(buffer, count, false) != count) {
+    Fail(ErrorCode::kInputOutput);  // unless the stream has told why
+  }
 }
 
 void CAoStreamFile::Abort() {}
 void CAoStreamFile::Flush() {}
 void CAoStreamFile::Close() {}
-void CAoStreamFile::LockRange(std::uint32_t /*position*/, std::uint32_t /*count*/) {}
-void CAoStreamFile::UnlockRange(std::uint32_t /*position*/, std::uint32_t /*count*/) {}
-void CAoStreamFile::SetLength(std::uint32_t /*newLength*/) {}
+void CAoStreamFile::LockRange(std::uint32_t /*position*/, std::uint32_t /*count*/) {
+  Lacks("CAoStreamFile::LockRange");
+}
+void CAoStreamFile::UnlockRange(std::uint32_t /*position*/, std::uint32_t /*count*/) {
+  Lacks("CAoStreamFile::UnlockRange");
+}
+void CAoStreamFile::SetLength(std::uint32_t /*newLength*/) { Lacks("CAoStreamFile::SetLength"); }
 
 std::string CAoStreamFile::GetStorageName() {
-  if (boundStream == nullptr) return {};
-  return Guarded(std::string(), [&] { return std::string(boundStream->GetName()); });
+  return Guarded("CAoStreamFile::GetStorageName", std::string(), [&] {
+    if (boundStream == nullptr) return Fail(ErrorCode::kNotOpen), std::string();
+    return std::string(boundStream->GetName());
+  });
 }
 
 std::uint32_t CAoStreamFile::GetLength() {
-  return boundStream == nullptr ? 0 : boundStream->GetLength();
+  const Operation operation("CAoStreamFile::GetLength");
+  return boundStream == nullptr ? (Fail(ErrorCode::kNotOpen), 0) : boundStream->GetLength();
 }
 
 std::int32_t CAoStreamFile::Seek(std::int32_t offset, std::uint32_t origin) {
-  if (boundStream == nullptr) return Fail(Error::kRefused), -1;
+  const Operation operation("CAoStreamFile::Seek");
+  if (boundStream == nullptr) return Fail(ErrorCode::kNotOpen), -1;
   return boundStream->Seek2(offset, origin);
 }
 

@@ -17,8 +17,8 @@ struct StreamMaker {
   // Runs `open`, which gives a std::unique_ptr<StreamCore>, and wraps what it gives for the caller.
   // The memory of the object is there before, so that nothing fails once the stream counts as open.
   template <typename OpenBody>
-  static aoStream* Make(OpenBody open) noexcept {
-    return Guarded<aoStream*>(nullptr, [&]() -> aoStream* {
+  static aoStream* Make(const char* operationName, OpenBody open) noexcept {
+    return Guarded<aoStream*>(operationName, nullptr, [&]() -> aoStream* {
       std::unique_ptr<void, RawDeleter> memory(::operator new(sizeof(aoStream)));
       std::unique_ptr<StreamCore> core = open();
       return core == nullptr ? nullptr : new (memory.release()) aoStream(std::move(core));

@@ -16,7 +16,7 @@ void StreamCore::PlaceCursor(const ChainCursor& target) {
 }
 
 bool StreamCore::SeekRight(std::uint32_t distance, bool fromStart) {
-  if (!fromStart && outOfStep) return Fail(Error::kRefused);
+  if (!fromStart && outOfStep) return Fail(ErrorCode::kOutOfStep);
   ChainCursor walk = fromStart ? ChainCursor::AtStart(header.firstBlock) : cursor;
   if (!walk.Skip(storage->file, distance)) {
     // What Read and Write would do now is not what the caller thinks: they fail until the cursor is
@@ -35,15 +35,22 @@ bool StreamCore::SeekRight(std::uint32_t distance, bool fromStart) {
 bool StreamCore::SeekLeft(std::uint32_t distance, bool fromEnd) {
   if (fromEnd) {
     ChainCursor walk = ChainCursor::AtStart(header.firstBlock);
-    if (walk.Skip(storage->file, header.length)) {
+    if (header.firstBlock == 0 && header.length == 0) {
+      cursor.position = 0;
+      outOfStep = false;
+    } else if (Attempt walking; walk.Skip(storage->file, header.length)) {
       PlaceCursor(walk);
     } else {
+      if (walking.Code() == ErrorCode::kBehindEnd) {  // the chain is shorter than its length
+        walking.Forget();
+        Fail(ErrorCode::kContradiction, locator.headerOffset);
+      }
       cursor.position = walk.position;
       outOfStep = header.firstBlock != 0;
     }
   }
   if (distance == 0) return true;
-  if (!fromEnd && outOfStep) return Fail(Error::kRefused);
+  if (!fromEnd && outOfStep) return Fail(ErrorCode::kOutOfStep);
   if (!outOfStep && cursor.blockOffset > BlockHeader::kSize) {
     const std::uint32_t step = std::min(distance, cursor.blockOffset - BlockHeader::kSize);
     cursor.blockOffset -= step;

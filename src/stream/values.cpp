@@ -9,27 +9,39 @@
 #include "storage/records.h"
 
 namespace aostorage {
+
+using detail::Fail;
+using detail::Operation;
+
 namespace {
 
+constexpr const char* kPutOperation = "aoStream::operator<<";
+constexpr const char* kGetOperation = "aoStream::operator>>";
 constexpr std::uint32_t kStringCountSize = 2;
 static_assert(sizeof(double) == 8, "doubles on a stream are IEEE 754 binary64");
 
 template <std::size_t Size>
 void Put(aoStream& stream, const std::array<std::uint8_t, Size>& bytes) {
-  stream.Write(bytes.data(), static_cast<std::uint32_t>(Size), false);
+  const Operation operation(kPutOperation);
+  if (stream.Write(bytes.data(), static_cast<std::uint32_t>(Size), false) != Size)
+    Fail(ErrorCode::kInputOutput);  // unless Write has told why
 }
 
 // Bytes that a short read did not bring stay as the value had them.
 template <std::size_t Size>
 void Get(aoStream& stream, std::array<std::uint8_t, Size>& bytes) {
-  stream.Read(bytes.data(), static_cast<std::uint32_t>(Size));
+  const Operation operation(kGetOperation);
+  if (stream.Read(bytes.data(), static_cast<std::uint32_t>(Size)) != Size)
+    Fail(ErrorCode::kBehindEnd);
 }
 
 void PutString(aoStream& stream, std::string_view value) {
+  const Operation operation(kPutOperation);
   const auto count =
       static_cast<std::uint16_t>(value.size());  // the low 16 bits, as the form has it
   stream << count;
-  if (count != 0) stream.Write(value.data(), count, false);
+  if (count != 0 && stream.Write(value.data(), count, false) != count)
+    Fail(ErrorCode::kInputOutput);
 }
 
 template <typename Word>
@@ -100,15 +112,16 @@ aoStream& aoStream::operator>>(double& value) {
 }
 
 aoStream& aoStream::operator>>(std::string& value) {
+  const Operation operation(kGetOperation);
   value.clear();
   std::array<std::uint8_t, kStringCountSize> countBytes{};
-  if (Read(countBytes.data(), kStringCountSize) != kStringCountSize) return *this;
+  if (Read(countBytes.data(), kStringCountSize) != kStringCountSize)
+    return Fail(ErrorCode::kBehindEnd), *this;
   const std::uint16_t count = detail::Load16(countBytes.data());
   if (count == 0) return *this;
   detail::Guarded(false, [&] {
     value.assign(count, '\0');
-    Read(value.data(), count);
-    return true;
+    return Read(value.data(), count) == count || Fail(ErrorCode::kBehindEnd);
   });
   return *this;
 }

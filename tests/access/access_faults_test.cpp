@@ -4,6 +4,7 @@
 
 #include "access/access_fixture.h"
 #include "support/allocations.h"
+#include "support/check_file.h"
 
 namespace aostorage::testing {
 namespace {

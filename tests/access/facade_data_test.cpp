@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "access/access_fixture.h"
+#include "support/check_file.h"
 
 namespace aostorage::testing {
 namespace {

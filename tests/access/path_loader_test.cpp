@@ -1,5 +1,6 @@
 // Streams reached by path: what a walk opens, creates, keeps and lets go.
 #include "access/access_fixture.h"
+#include "support/check_file.h"
 
 namespace aostorage::testing {
 namespace {
@@ -26,7 +27,7 @@ TEST_F(PathLoading, TouchesNothingForAnUnusablePath) {
     SCOPED_TRACE(unusable);
     ClearLastError();
     EXPECT_EQ(Walk(unusable, 1, 1), nullptr);
-    EXPECT_EQ(LastError(), Error::kBadArgument);
+    EXPECT_EQ(LastError().code, ErrorCode::kNameUnusable);
     EXPECT_EQ(loader.GetSubStreamByPath(folder.get(), unusable, 1, 1), nullptr);
     EXPECT_EQ(loader.DeleteStreamByPath(storage.get(), unusable), 0);
   }
@@ -90,7 +91,7 @@ TEST_F(PathLoading, KeepsEveryStreamUntilItIsToldToClose) {
 
   const Stream exclusive(storage->OpenStream("f", kReadFlags | kExclusive));
   EXPECT_EQ(Walk("f/sub", 1, 1), nullptr);
-  EXPECT_EQ(LastError(), Error::kRefused) << "there, and not to be had";
+  EXPECT_EQ(LastError().code, ErrorCode::kShared) << "there, and not to be had";
   EXPECT_EQ(File(), start);
 }
 

@@ -19,7 +19,7 @@ bool WriteGreeting(const char* path) {
 
 std::string ReadGreeting(const char* path) {
   aostorage::aoStorage* storage = aostorage::aoStorage::Open(path, aostorage::kReadFlags, 0);
-  if (storage == nullptr) return aostorage::ErrorText(aostorage::LastError());
+  if (storage == nullptr) return aostorage::LastError().text;
   aostorage::aoStream* folder = storage->OpenStream("letters", aostorage::kReadFlags);
   std::string greeting =
       folder == nullptr ? std::string() : folder->GetEntry("greeting", "nothing");

@@ -3,6 +3,7 @@
 #include <type_traits>
 
 #include "folder/storage_fixture.h"
+#include "support/check_file.h"
 
 namespace aostorage::testing {
 namespace {
@@ -331,7 +332,7 @@ TEST_F(Entries, OfTheFastFamilyKeepToTheReservedSlots) {
   EXPECT_EQ(storage->SetEntryFast("f", 1), 0) << "the map holds it";
   for (const char* name : {"1", "2", "3", "4", "5"}) EXPECT_EQ(storage->SetEntryFast(name, 1), 1);
   EXPECT_EQ(storage->SetEntryFast("more", 1), 0);
-  EXPECT_EQ(LastError(), Error::kNoRoom);
+  EXPECT_EQ(LastError().code, ErrorCode::kFull);
   EXPECT_EQ(storage->SetEntry("more", 1), 1);
   ASSERT_TRUE(storage->RemoveStream("5"));
   EXPECT_EQ(storage->GetEntry("5", 0), 0);

@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "folder/storage_fixture.h"
+#include "support/check_file.h"
 
 namespace aostorage::testing {
 namespace {
@@ -65,7 +66,7 @@ TEST_F(FolderChildren, AreRefusedUnderUnusableNames) {
     SCOPED_TRACE(name == nullptr ? "null" : name);
     ClearLastError();
     EXPECT_FALSE(Got(folder->CreateStream(name, kPlainKind, kWriteFlags)));
-    EXPECT_EQ(LastError(), Error::kBadArgument);
+    EXPECT_EQ(LastError().code, ErrorCode::kNameUnusable);
     EXPECT_FALSE(Got(folder->OpenStream(name, kReadFlags)) ||
                  Got(folder->OpenOrCreateStream(name, std::int32_t{0})) ||
                  Got(folder->OpenOrCreateStream(name, kPlainKind, kWriteFlags)) ||
@@ -75,7 +76,7 @@ TEST_F(FolderChildren, AreRefusedUnderUnusableNames) {
   }
   EXPECT_FALSE(child->Rename(nullptr) || child->Rename(""));
   EXPECT_FALSE(Got(folder->CreateStream("taken", kPlainKind, kWriteFlags)));
-  EXPECT_EQ(LastError(), Error::kExists);
+  EXPECT_EQ(LastError().code, ErrorCode::kExists);
   EXPECT_EQ(File(), before);
   for (const std::string& name : {longest, std::string("Taken"), std::string("a/b\x01\xff")}) {
     EXPECT_TRUE(Child(name.c_str())) << name;
@@ -149,7 +150,7 @@ TEST_F(FolderChildren, AreOpenedOrCreatedOnce) {
     EXPECT_EQ(folder->IsStreamOpen("s")->openFlags, kWriteFlags);
     EXPECT_EQ(folder->IsStreamOpen("l")->openFlags, kStreamRead | kShareRead);
     EXPECT_FALSE(Got(folder->OpenOrCreateStream("l", std::int32_t{0}))) << "not to be shared";
-    EXPECT_EQ(LastError(), Error::kRefused);
+    EXPECT_EQ(LastError().code, ErrorCode::kShared);
     EXPECT_EQ(NamesIn(*folder), std::vector<std::string>{"s"});
   }
 }

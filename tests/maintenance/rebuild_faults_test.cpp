@@ -5,9 +5,15 @@
 
 #include <cerrno>
 #include <csignal>
+#include <ctime>
+#include <iostream>
+#include <map>
+#include <random>
 
 #include "maintenance/rebuild_fixture.h"
 #include "support/allocations.h"
+#include "support/model.h"
+#include "support/size.h"
 
 namespace aostorage::testing {
 namespace {
@@ -72,8 +78,13 @@ TEST_F(RebuildFaults, EachCallFailsOnceOrForEver) {
         {
           Watch watch;
           watch.FailAt(k, kAnyCall, k % 2 == 0 ? EIO : ENOSPC, more);
+          ClearLastError();
           opened.reset(aoStorage::Recreate(old, path.c_str()));
           fired = watch.FaultFired();
+        }
+        if (opened.get() == old || opened == nullptr) {
+          ASSERT_EQ(LastError().systemError, k % 2 == 0 ? EIO : ENOSPC) << LastError().text;
+          ASSERT_STREQ(LastError().operation, "aoStorage::Recreate");
         }
         const std::string stands = WhatStands(after, opened == nullptr);
         if (opened.get() == old) {
@@ -95,18 +106,21 @@ TEST_F(RebuildFaults, EachCallFailsOnceOrForEver) {
   }
 }
 
-TEST_F(RebuildFaults, EachAllocationFailsOnce) {
+TEST_F(RebuildFaults, EachAllocationFailsOnceOrForEver) {
   const Bytes after = Rebuilt(Way::kRename);
   bool fired = true;
-  for (std::size_t k = 1; fired; ++k) {
+  for (std::size_t i = 2; fired || i % 2 == 1; ++i) {
+    const std::size_t k = i / 2;
     SCOPED_TRACE(k);
     Arrange(Way::kRename);
     int result = 0;
     {
-      const FailAllocation fault(k);
+      const FailAllocation fault(k, i % 2 == 1);
+      ClearLastError();
       result = aoStorage::Recreate(path.c_str());
       fired = fault.Fired();
     }
+    ASSERT_TRUE(result == 1 || LastError().code == ErrorCode::kNoMemory) << LastError().text;
     ASSERT_EQ(WhatStands(after, false), result == 1 ? "new" : "old");
     ASSERT_FALSE(Exists(path + "_tmp"));
   }
@@ -159,6 +173,39 @@ TEST_F(RebuildFaults, TheProcessEndsBehindEachCall) {
   }
 }
 
+// Killed at random: by then the path holds the old or the new file, whole.
+TEST_F(RebuildFaults, TheProcessIsKilledAtAnyMoment) {
+  const unsigned seed = HistorySeeds(1).front();
+  SCOPED_TRACE("AOSTORAGE_TEST_SEED=" + std::to_string(seed));
+  std::mt19937 random(seed);
+  std::map<std::string, int> stood;
+  for (const Way way : {Way::kRename, Way::kCopy}) {
+    const Bytes after = Rebuilt(way);
+    long limit = 300000;  // comes to be about as long as it takes here
+    for (int kills = FullSize() ? 1000 : kSanitized ? 10 : 50; kills > 0; --kills) {
+      Arrange(way);
+      const pid_t child = ::fork();
+      ASSERT_GE(child, 0);
+      if (child == 0) {
+        const int result = aoStorage::Recreate(path.c_str());
+        ::_exit(result);
+      }
+      const timespec wait{0, static_cast<long>(random() % static_cast<unsigned long>(limit))};
+      ::nanosleep(&wait, nullptr);
+      ::kill(child, SIGKILL);
+      int status = 0;
+      ASSERT_EQ(::waitpid(child, &status, 0), child);
+      ASSERT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 1);
+      limit += WIFSIGNALED(status) ? limit / 4 : -limit / 2;
+      const std::string stands = WhatStands(after, way == Way::kCopy);
+      ASSERT_NE(stands, "nothing");
+      ++stood[stands + (WIFSIGNALED(status) ? "" : ", done")];
+    }
+  }
+  for (const auto& [what, times] : stood)
+    std::cout << "[  POINTS  ] " << times << " times: " << what << "\n";
+}
+
 // In a process of its own: the limit is the process's.
 TEST_F(RebuildFaults, AFullDiskLeavesTheOldFileAndNoOther) {
   for (const rlim_t size : {rlim_t{100}, rlim_t{kEmptyFileSize}, rlim_t{kBigSize}}) {
@@ -169,7 +216,9 @@ TEST_F(RebuildFaults, AFullDiskLeavesTheOldFileAndNoOther) {
       std::signal(SIGXFSZ, SIG_IGN);
       const rlimit limit{size, size};
       ::setrlimit(RLIMIT_FSIZE, &limit);
-      ::_exit(aoStorage::Recreate(path.c_str()) == 0 && LastError() == Error::kDiskFull ? 0 : 1);
+      ::_exit(aoStorage::Recreate(path.c_str()) == 0 && LastError().code == ErrorCode::kDiskFull
+                  ? 0
+                  : 1);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);

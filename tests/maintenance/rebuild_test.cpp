@@ -303,7 +303,7 @@ TEST_F(Rebuild, RefusesWhatItCannotCarryWholeAndLeavesEverything) {
     const Bytes before = File();
     const std::vector<std::string> names = NamesInDirectory();
     EXPECT_EQ(aoStorage::Recreate(opened.get(), target.c_str()), opened.get());
-    EXPECT_NE(LastError(), Error::kNone);
+    EXPECT_NE(LastError().code, ErrorCode::kNone);
     if (row.byPath) {
       EXPECT_EQ(aoStorage::Recreate(target.c_str()), 0);
     }

@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "folder/storage_fixture.h"
+#include "support/check_file.h"
 #include "support/life.h"
 
 namespace aostorage::testing {
@@ -89,20 +90,16 @@ TEST_F(SystemCalls, CreatingAndRemovingCostTheSameInAnyDirectory) {
 TEST_F(SystemCalls, InterruptedAndShortTransfersAreFinished) {
   const std::pair<std::size_t, std::size_t> rows[] = {
       {0, SIZE_MAX}, {50, SIZE_MAX}, {0, 1}, {0, 7}, {3, 100}};
+  const Life life = DrawLife(1, 150);
   Bytes expectedFile;
   for (const auto& [interruptions, limit] : rows) {
-    WriteFile(path, LifeStart());
-    Values values;
+    WriteFile(path, life.start);
     {
       Watch watch;
       watch.Interrupt(interruptions);
       watch.LimitTransfers(limit);
-      Reopen(kLifeReserve);
-      for (const Step& step : ScriptedLife()) {
-        ASSERT_TRUE(step.perform(*storage, false)) << step.label;
-        step.expect(values);
-      }
-      EXPECT_EQ("", CheckBetween(path, values, values));
+      Session session(path);
+      for (const Step& step : life.steps) ASSERT_TRUE(step.Run(session)) << step.label;
     }
     if (expectedFile.empty()) expectedFile = File();
     EXPECT_EQ(File(), expectedFile) << interruptions << ", " << limit;
@@ -124,7 +121,7 @@ TEST_F(SystemCalls, ASystemThatNeverMovesAByteEndsInFailure) {
     }
     EXPECT_EQ(stream->Read(data.data(), 10), kFailed);
     EXPECT_EQ(stream->Write("x", 1), kFailed);
-    EXPECT_NE(LastError(), Error::kNone);
+    EXPECT_NE(LastError().code, ErrorCode::kNone);
     EXPECT_EQ(Root("a"), nullptr);
     EXPECT_EQ(Open(), nullptr);
   }

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "folder/storage_fixture.h"
+#include "support/check_file.h"
 
 namespace aostorage::testing {
 namespace {
@@ -38,7 +39,7 @@ TEST_F(StorageLife, WhatIsNoStorageIsRefusedAndUntouched) {
     for (const Opener open : kOpeners) {
       ClearLastError();
       EXPECT_FALSE(Storage(open(path.c_str(), kStreamWrite, 0)));
-      EXPECT_EQ(LastError(), Error::kNotAStorage);
+      EXPECT_EQ(LastError().code, ErrorCode::kNotAStorage);
       EXPECT_EQ(File(), row);
     }
   }
@@ -48,7 +49,7 @@ TEST_F(StorageLife, WhatIsNoStorageIsRefusedAndUntouched) {
 TEST_F(StorageLife, OnlyCreateAndOpenOrCreateMakeAFile) {
   for (const Opener open : {kOpeners[0], kOpeners[1]}) {
     EXPECT_FALSE(Storage(open(path.c_str(), kStreamWrite, 0)));
-    EXPECT_EQ(LastError(), Error::kNotFound);
+    EXPECT_EQ(LastError().code, ErrorCode::kNotFound);
     EXPECT_FALSE(fs::exists(path));
   }
   EXPECT_TRUE(Storage(aoStorage::OpenOrCreate(path.c_str(), kStreamWrite, 0)));
@@ -82,17 +83,6 @@ TEST_F(StorageLife, PathsThatAreNoRegularFileGiveNullWithoutWaiting) {
   EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
-TEST_F(StorageLife, LongPathsAreKeptWhole) {
-  std::string deep = dir.Path();
-  for (int i = 0; i < 6; ++i) deep += "/" + std::string(100, static_cast<char>('a' + i));
-  fs::create_directories(deep);
-  deep += "/store";
-  storage.reset(aoStorage::Create(deep.c_str(), 0, 0));
-  ASSERT_TRUE(storage);
-  EXPECT_EQ(storage->GetPath(), deep);
-  EXPECT_TRUE(fs::exists(deep));
-}
-
 TEST_F(StorageLife, WithoutWriteAccessTheFileStaysAsItIs) {
   FileBuilder builder;
   builder.AddStream(6, "a", Pattern(10));
@@ -100,7 +90,7 @@ TEST_F(StorageLife, WithoutWriteAccessTheFileStaysAsItIs) {
   storage.reset(aoStorage::Open(path.c_str(), kStreamRead, 0));
   const Stream stream = Root("a");
   EXPECT_EQ(stream->Write("x", 1), kFailed);
-  EXPECT_EQ(LastError(), Error::kAccessDenied);
+  EXPECT_EQ(LastError().code, ErrorCode::kNotWritable);
   EXPECT_FALSE(stream->Erase());
   EXPECT_FALSE(stream->Remove());
   EXPECT_FALSE(MakeRoot("b"));

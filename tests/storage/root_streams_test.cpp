@@ -1,6 +1,7 @@
 // Root streams: which slot they take, what a vacated one hands on, and who may open them.
 #include "folder/storage_fixture.h"
 #include "support/allocations.h"
+#include "support/check_file.h"
 
 namespace aostorage::testing {
 namespace {
@@ -58,7 +59,7 @@ TEST_F(RootStreams, UnusableNamesAreRefusedWithoutACallOnTheFile) {
     ClearLastError();
     for (const std::uint32_t kind : {kPlainKind, kFolderKind}) {
       EXPECT_FALSE(Got(storage->CreateStream(name, kind, kWriteFlags)));
-      EXPECT_EQ(LastError(), Error::kBadArgument);
+      EXPECT_EQ(LastError().code, ErrorCode::kNameUnusable);
       EXPECT_FALSE(Got(storage->CreateStreamFast(name, kind, kWriteFlags)));
     }
     EXPECT_FALSE(Got(storage->OpenStream(name, kReadFlags)));
@@ -71,7 +72,7 @@ TEST_F(RootStreams, UnusableNamesAreRefusedWithoutACallOnTheFile) {
   }
   Watch watch;
   EXPECT_FALSE(Make(longest)) << "a name that the map holds is taken";
-  EXPECT_EQ(LastError(), Error::kExists);
+  EXPECT_EQ(LastError().code, ErrorCode::kExists);
   EXPECT_FALSE(Got(storage->CreateStreamFast(longest.c_str(), kWriteFlags)));
   EXPECT_EQ(watch.Total(), 0U) << watch.Text();
 }
@@ -80,7 +81,7 @@ TEST_F(RootStreams, ReservedSlotsAreForFastStreamsAlone) {
   for (const char* name : {"f0", "f1", "f2", "f3", "f4", "f5"})
     EXPECT_TRUE(Got(storage->CreateStreamFast(name, kWriteFlags)));
   EXPECT_FALSE(Got(storage->CreateStreamFast("f6", kWriteFlags)));
-  EXPECT_EQ(LastError(), Error::kNoRoom);
+  EXPECT_EQ(LastError().code, ErrorCode::kFull);
   Make("plain", Pattern(6));
   EXPECT_EQ(PlaceOf("f0"), SlotOffset(0));
   EXPECT_EQ(PlaceOf("f5"), SlotOffset(5));

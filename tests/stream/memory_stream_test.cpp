@@ -161,7 +161,7 @@ TEST(MemoryStream, StoresWhatFitsWhenThereIsNoMemory) {
     EXPECT_EQ(Put(stream, data), 0U);
     EXPECT_TRUE(fault.Fired());
   }
-  EXPECT_EQ(LastError(), Error::kNoMemory);
+  EXPECT_EQ(LastError().code, ErrorCode::kNoMemory);
   EXPECT_EQ(Put(stream, Slice(data, 0, 1020)), 1020U);
   {
     const Bytes tail = Slice(data, 1020, 14);

@@ -31,7 +31,7 @@ TEST_F(Seeking, AfterAFailureOnlyAnAbsoluteSeekHelps) {
   {
     const Watch watch;
     EXPECT_EQ(stream->Seek(0, 3), kFailed);
-    EXPECT_EQ(LastError(), Error::kBadArgument);
+    EXPECT_EQ(LastError().code, ErrorCode::kBadArgument);
     EXPECT_EQ(watch.Total(), 0U);
   }
   EXPECT_EQ(stream->GetCurDataPos(), 120U) << "an unknown origin moves nothing";
@@ -49,7 +49,7 @@ TEST_F(Seeking, AfterAFailureOnlyAnAbsoluteSeekHelps) {
     Watch watch;
     watch.FailAt(2, Only(Call::kRead), EIO);
     EXPECT_EQ(stream->Read(data.data(), 300), kFailed);
-    EXPECT_EQ(LastSystemError(), EIO);
+    EXPECT_EQ(LastError().systemError, EIO);
   }
   ASSERT_EQ(stream->Seek(0, 0), 0U);
   EXPECT_EQ(stream->Read(data.data(), 300), 300U);
@@ -63,7 +63,7 @@ TEST_F(Seeking, WithoutWriteFlagLengthStays) {
   EXPECT_FALSE(stream->SetLength(1));
   EXPECT_FALSE(stream->Erase());
   EXPECT_FALSE(Remove(stream));
-  EXPECT_EQ(LastError(), Error::kRefused);
+  EXPECT_EQ(LastError().code, ErrorCode::kNotWritable);
   EXPECT_EQ(stream->GetLength(), 100U);
   EXPECT_EQ(stream->GetCurDataPos(), 5U);
   EXPECT_EQ(File(), before);

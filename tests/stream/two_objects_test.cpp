@@ -2,6 +2,7 @@
 #include <random>
 
 #include "folder/storage_fixture.h"
+#include "support/check_file.h"
 #include "support/model.h"
 
 namespace aostorage::testing {

@@ -94,7 +94,6 @@ ModelStream* ModelStorage::Find(const std::string& name) const {
 
 std::string ModelStorage::Compare(const RawImage& image) const {
   std::string text;
-  for (const std::string& violation : image.violations) text += violation + "\n";
   if (image.directories.size() * kSlotsPerDirectory != slots.size())
     text += "number of directory blocks\n";
   std::size_t inUse = 0, vacated = 0;

@@ -1,5 +1,5 @@
 /// @file
-/// A storage file as plain bytes: a reader, a consistency check and a builder that share nothing
+/// A storage file as plain bytes: a reader and a builder that share nothing
 /// with the library. Offsets are those of the file.
 #ifndef AOSTORAGE_TESTS_SUPPORT_RAW_FILE_H_
 #define AOSTORAGE_TESTS_SUPPORT_RAW_FILE_H_
@@ -63,22 +63,12 @@ struct RawImage {
   std::vector<std::uint32_t> directories;
   std::vector<RawStream> streams;  ///< in use, in slot order, each folder followed by what it holds
   std::vector<RawStream> vacated;  ///< slots without a stream that keep a chain
-  std::vector<std::string> violations;
   std::uint64_t orphanedBytes = 0;  ///< bytes that no record reaches
 
   const RawStream* Find(const std::string& path) const;
 };
 
-/// What a file may show.
-enum class Rules {
-  kStrict,      ///< after operations that all succeeded
-  kAfterFault,  ///< after a failed or broken-off one: also a length above the chain and a folder
-                ///< without count
-};
-
-RawImage ReadImage(const Bytes& file, Rules rules = Rules::kStrict);
-/// The violations, one on each line; empty for a sound file.
-std::string CheckFile(const std::string& path, Rules rules = Rules::kStrict);
+RawImage ReadImage(const Bytes& file);
 /// @}
 
 /// @name Building

@@ -15,6 +15,18 @@
 #include <cerrno>
 #include <cstdarg>
 
+#if defined(__SANITIZE_ADDRESS__)
+#define AOSTORAGE_TESTS_WITH_ASAN
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define AOSTORAGE_TESTS_WITH_ASAN
+#endif
+#endif
+#ifdef AOSTORAGE_TESTS_WITH_ASAN
+#include <sanitizer/asan_interface.h>
+#endif
+#include "support/allocations.h"
+
 namespace aostorage::testing {
 namespace {
 
@@ -26,6 +38,7 @@ const char* const kCallNames[kCallKinds] = {"open",   "state",  "read", "write",
 // A call without data: counted, then made.
 template <class Make>
 long Plain(Call call, Make make) {
+  const SpareAllocations own;
   if (Watch* watch = Watch::Current()) {
     if (const int error = watch->Enter(call); error != 0) {
       errno = error;
@@ -35,15 +48,20 @@ long Plain(Call call, Make make) {
   return make();
 }
 
-bool EndsBehindFile(int descriptor, off64_t offset, std::size_t count) {
-  struct stat64 state {};
-  return syscall(SYS_fstat, descriptor, &state) == 0 &&
-         offset + static_cast<off64_t>(count) > state.st_size;
+// Stands for the check that AddressSanitizer makes in the functions replaced below: an access to
+// the first bad byte makes its report.
+void CheckMemory([[maybe_unused]] const iovec& piece) {
+#ifdef AOSTORAGE_TESTS_WITH_ASAN
+  const void* bad = __asan_region_is_poisoned(piece.iov_base, piece.iov_len);
+  if (bad != nullptr) static_cast<void>(*static_cast<const volatile char*>(bad));
+#endif
 }
 
 // A read or write of several pieces, cut to what the watch lets through.
 ssize_t Transfer(Call call, int descriptor, const iovec* pieces, int count, off64_t offset) {
+  const SpareAllocations own;
   const long number = call == Call::kRead ? SYS_preadv : SYS_pwritev;
+  std::for_each_n(pieces, count, CheckMemory);
   Watch* watch = Watch::Current();
   if (watch == nullptr) return syscall(number, descriptor, pieces, count, offset, 0L);
   if (const int error = watch->Enter(call); error != 0) {
@@ -52,15 +70,15 @@ ssize_t Transfer(Call call, int descriptor, const iovec* pieces, int count, off6
   }
   std::size_t wanted = 0;
   for (int i = 0; i < count; ++i) wanted += pieces[i].iov_len;
-  std::size_t left =
-      watch->Allowed(wanted, call == Call::kWrite && EndsBehindFile(descriptor, offset, wanted));
+  std::size_t left = watch->Allowed(wanted);
   std::vector<iovec> cut;
   for (int i = 0; i < count; ++i) {
     cut.push_back({pieces[i].iov_base, std::min(pieces[i].iov_len, left)});
     left -= cut.back().iov_len;
   }
   const ssize_t moved = syscall(number, descriptor, cut.data(), count, offset, 0L);
-  if (call == Call::kWrite && moved > 0) {
+  if (moved > 0) watch->Move(static_cast<std::size_t>(moved));
+  if (call == Call::kWrite && moved > 0 && watch->Records()) {
     std::vector<std::uint8_t> bytes;
     for (const iovec& piece : cut) {
       const auto* first = static_cast<const std::uint8_t*>(piece.iov_base);
@@ -99,10 +117,10 @@ void Watch::FailAt(std::size_t k, unsigned kinds, int error, std::size_t more) {
   faultsLeft = more == SIZE_MAX ? more : more + 1;
 }
 
-void Watch::CutAppendAt(std::size_t k, std::size_t bytes, int error) {
-  appendsUntilCut = k;
-  cutBytes = bytes;
-  cutError = error;
+void Watch::ShortAt(std::size_t k, std::size_t bytes, bool forEver) {
+  shortCall = calls.size() + k;
+  shortBytes = bytes;
+  shortForEver = forEver;
 }
 
 int Watch::Enter(Call call) {
@@ -112,11 +130,7 @@ int Watch::Enter(Call call) {
     suspended = false;
   }
   ++counts[static_cast<std::size_t>(call)];
-  if (call == Call::kWrite && failNextWrite) {
-    failNextWrite = false;
-    fired = true;
-    return cutError;
-  }
+  calls.push_back(call);
   if ((call == Call::kRead || call == Call::kWrite) && interruptionsDone < interruptions) {
     ++interruptionsDone;
     return EINTR;
@@ -132,12 +146,13 @@ int Watch::Enter(Call call) {
   return failError;
 }
 
-std::size_t Watch::Allowed(std::size_t wanted, bool appends) {
-  if (appends && cutBytes < wanted && appendsUntilCut != 0 && --appendsUntilCut == 0) {
-    failNextWrite = true;
-    return cutBytes;
-  }
-  return std::min(wanted, transferLimit);
+std::size_t Watch::Allowed(std::size_t wanted) {
+  const bool cut =
+      shortCall != 0 && (calls.size() == shortCall || (shortForEver && calls.size() > shortCall));
+  if (!cut) return std::min(wanted, transferLimit);
+  fired = true;
+  if (shortBytes == kAllButOne) return wanted > 1 ? wanted - 1 : wanted;
+  return std::min(wanted, shortBytes);
 }
 
 void Watch::Record(int descriptor, std::uint64_t offset, const std::uint8_t* bytes,
@@ -170,6 +185,9 @@ ssize_t pread(int descriptor, void* buffer, std::size_t count, off_t offset) {
   const iovec piece{buffer, count};
   return Transfer(Call::kRead, descriptor, &piece, 1, offset);
 }
+ssize_t preadv(int descriptor, const iovec* pieces, int count, off_t offset) {
+  return Transfer(Call::kRead, descriptor, pieces, count, offset);
+}
 ssize_t pwrite(int descriptor, const void* buffer, std::size_t count, off_t offset) {
   const iovec piece{const_cast<void*>(buffer), count};
   return Transfer(Call::kWrite, descriptor, &piece, 1, offset);
@@ -177,6 +195,10 @@ ssize_t pwrite(int descriptor, const void* buffer, std::size_t count, off_t offs
 ssize_t pwritev(int descriptor, const iovec* pieces, int count, off_t offset) {
   return Transfer(Call::kWrite, descriptor, pieces, count, offset);
 }
+int fdatasync(int descriptor) {
+  return static_cast<int>(Plain(Call::kSync, [&] { return syscall(SYS_fdatasync, descriptor); }));
+}
+
 int fsync(int descriptor) {
   return static_cast<int>(Plain(Call::kSync, [&] { return syscall(SYS_fsync, descriptor); }));
 }
@@ -204,6 +226,7 @@ int ftruncate(int descriptor, off_t length) noexcept {
 int open64(const char*, int, ...) __attribute__((alias("open")));
 int fstat64(int, struct stat64*) noexcept __attribute__((alias("fstat")));
 ssize_t pread64(int, void*, std::size_t, off64_t) __attribute__((alias("pread")));
+ssize_t preadv64(int, const iovec*, int, off64_t) __attribute__((alias("preadv")));
 ssize_t pwrite64(int, const void*, std::size_t, off64_t) __attribute__((alias("pwrite")));
 ssize_t pwritev64(int, const iovec*, int, off64_t) __attribute__((alias("pwritev")));
 int ftruncate64(int, off64_t) noexcept __attribute__((alias("ftruncate")));

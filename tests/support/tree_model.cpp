@@ -39,16 +39,21 @@ Node TreeNode::Add(const std::string& child, std::uint32_t packedKind, std::size
   if (child.empty() || child.size() > kMaxNameLength) return nullptr;
   while (first < slots.size() && !IsFree(slots[first])) ++first;
   if (first == slots.size()) slots.push_back(nullptr);
+  const Chain old = slots[first] ? slots[first]->chain : Chain::kNone;
   slots[first] = std::make_shared<TreeNode>();
+  slots[first]->chain = old;
   slots[first]->name = child;
   slots[first]->folder = (packedKind & 0xFF) != 0;
   slots[first]->duration = static_cast<std::uint16_t>(packedKind >> 16);
   slots[first]->in = this;
+  if (slots[first]->folder && old == Chain::kNone) slots[first]->chain = Chain::kSlots;
   return slots[first];
 }
 
 void TreeNode::Put(std::size_t at, const Bytes& bytes, bool final) {
   if (bytes.empty()) return;
+  const bool slotsFit = bytes.size() > kMostReserve && bytes.size() % kSlotSize == 4;
+  chain = chain == Chain::kNone && slotsFit ? Chain::kSlots : Chain::kAny;
   const std::size_t end = at + bytes.size();
   Cut(final ? end : std::max(end, value.size()));
   std::copy(bytes.begin(), bytes.end(), value.begin() + static_cast<std::ptrdiff_t>(at));
@@ -64,7 +69,9 @@ void TreeNode::Vacate() {
   gone = true;
   for (const Node& child : Children()) child->Vacate();
   const auto mine = [&](const Node& slot) { return slot.get() == this; };
-  std::replace_if(in->slots.begin(), in->slots.end(), mine, std::make_shared<TreeNode>());
+  const Node vacated = std::make_shared<TreeNode>();
+  vacated->chain = chain;
+  std::replace_if(in->slots.begin(), in->slots.end(), mine, vacated);
 }
 
 OpenNames::Record* OpenNames::Find(const std::string& name) {

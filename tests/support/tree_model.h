@@ -13,6 +13,9 @@
 
 namespace aostorage::testing {
 
+/// The largest reserve of a block that histories work with.
+inline constexpr std::uint32_t kMostReserve = 100;
+
 struct TreeNode;
 using Node = std::shared_ptr<TreeNode>;
 
@@ -26,6 +29,9 @@ struct TreeNode {
   bool gone = false;               ///< removed; objects may still be open on it
   TreeNode* in = nullptr;
   std::vector<Node> slots;
+  /// What the slot's chain is good for: of kSlots, and of kNone, a folder can take it over and no
+  /// child's slot will lie across two blocks.
+  enum class Chain { kNone, kSlots, kAny } chain = Chain::kNone;
 
   std::size_t Length() const { return folder ? 4 + kSlotSize * slots.size() : value.size(); }
   Node Find(const std::string& child) const;

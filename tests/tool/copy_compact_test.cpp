@@ -3,6 +3,7 @@
 #include <sstream>
 #include <tuple>
 
+#include "support/check_file.h"
 #include "support/handles.h"
 #include "tool/tool_fixture.h"
 
@@ -116,6 +117,13 @@ TEST_F(CopyTool, LeavesNothingOfAFailedCopy) {
   EXPECT_EQ(damaged.code, 3);
   EXPECT_NE(damaged.err.find("'g/deep'"), std::string::npos) << damaged.err;
   EXPECT_EQ(TreeAt(other, "new"), none);
+  // What would have made way for a folder of the copy stays too.
+  ASSERT_EQ(Code({"mkdir", other, "f"}) + Code({"put", other, "f/g"}, "old"), 0);
+  const Tree old = TreeAt(other, "f/g");
+  EXPECT_EQ(Copy("A:f B:f --merge").code, 3);
+  EXPECT_EQ(TreeAt(other, "f/g"), old);
+  EXPECT_EQ(Run({"ls", other, "f"}).out.find("~new~"), std::string::npos);
+  EXPECT_EQ(CheckFile(other), "");
   PatchFile32(store, block, kBlockMagic);
   {
     Storage storage(aoStorage::Open(store.c_str(), kWriteFlags, 0));

@@ -1,5 +1,6 @@
 // The command line tool, run as a program: round trips, exit codes, hostile names.
 
+#include "support/check_file.h"
 #include "support/handles.h"
 #include "tool/tool_fixture.h"
 

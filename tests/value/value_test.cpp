@@ -1,5 +1,6 @@
 // Typed values on a stream and copies of whole streams.
 #include "folder/storage_fixture.h"
+#include "support/check_file.h"
 
 namespace aostorage::testing {
 namespace {

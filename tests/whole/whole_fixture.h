@@ -7,14 +7,15 @@
 #include <algorithm>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <memory>
-#include <random>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "folder/storage_fixture.h"
+#include "support/check_file.h"
 #include "support/tree_model.h"
 
 namespace aostorage::testing {
@@ -101,7 +102,7 @@ class WholeHistory : public ::testing::Test {
   /// What kind of object a step needs.
   enum class On { kRoot, kFolder, kPlain, kAny };
 
-  unsigned Draw(unsigned below) { return static_cast<unsigned>(random() % below); }
+  unsigned Draw(unsigned below) { return random(below); }
   /// One of few, or an unusable one.
   std::string Name() {
     static const std::string pool[] = {"a", "b", "c", "d", std::string(60, 'n')};
@@ -193,9 +194,8 @@ class WholeHistory : public ::testing::Test {
   /// ... and with the bytes of the files.
   void CompareFiles() {
     for (const Side& side : sides) {
-      const RawImage image = ReadImage(ReadFile(side.path));
-      EXPECT_EQ(image.violations, std::vector<std::string>());
-      EXPECT_EQ(TreeOf(image), TreeOf(side.model.root));
+      EXPECT_EQ(CheckFile(side.path), "");
+      EXPECT_EQ(TreeOf(ReadImage(ReadFile(side.path))), TreeOf(side.model.root));
     }
   }
 
@@ -226,7 +226,7 @@ class WholeHistory : public ::testing::Test {
   Side sides[2] = {{dir.File("A"), nullptr, {}}, {dir.File("B"), nullptr, {}}};
   std::vector<ObjectPtr> objects;
   std::deque<std::string> log;  ///< the last steps
-  std::mt19937 random;
+  std::function<unsigned(unsigned below)> random;
   /// @name Of the present step
   /// @{
   Side* on = sides;

@@ -1,6 +1,10 @@
 // Long random histories over the whole public interface: two storages, several objects on their
 // streams, every kind of operation, with reopening and rebuilds in between. A tree in plain memory
 // foretells each result; after each step it is compared with the bytes of the files.
+#include "whole/whole_history.h"
+
+#include <random>
+
 #include "support/model.h"
 #include "whole/whole_fixture.h"
 
@@ -16,6 +20,33 @@ class WholeInterface : public WholeHistory {
     void (WholeInterface::*run)();
   };
   static const Row kRows[];
+
+  /// @return the last steps where something was not as foretold, else nothing
+  std::string Run(std::function<unsigned(unsigned below)> draw, const std::function<bool()>& goOn,
+                  int stepsBetweenLooks) {
+    random = std::move(draw);
+    for (Side& side : sides) {
+      on = &side;
+      // With few reserved slots, or with few others, so that the directory grows.
+      const std::uint16_t reserved[] = {2, 6, 62}, slots = reserved[Draw(3)];
+      const auto built = slots == 2 ? FileBuilder::Form::kOlder : FileBuilder::Form::kCurrent;
+      WriteFile(side.path, FileBuilder(built, slots).bytes);
+      side.model.Start(slots);
+      Reopen();
+    }
+    int step = 0;
+    while (goOn() && !HasFailure()) {
+      Step();
+      if (++step % stepsBetweenLooks == 0) CompareFiles();
+    }
+    CompareFiles();
+    if (!HasFailure()) return "";
+    std::ostringstream steps;
+    steps << "step " << step << "; the last steps:\n";
+    for (const std::string& line : log) steps << line;
+    return steps.str();
+  }
+  void Step();
 
   // --- Names and slots
   void OpenOne() {
@@ -361,40 +392,40 @@ const WholeInterface::Row WholeInterface::kRows[] = {
     {"facade", 8, On::kRoot, &WholeInterface::Facade},
 };
 
-TEST_F(WholeInterface, GivesWhatATreeInMemoryForetells) {
+void WholeInterface::Step() {
+  LetGo([&](const ObjectPtr& each) {
+    return (each->node->gone && Draw(20) == 0) || (objects.size() > 15 && Draw(15) == 0);
+  });
   unsigned total = 0;
   for (const Row& row : kRows) total += row.weight;
-  for (const unsigned seed : HistorySeeds(10)) {
-    random.seed(seed);
-    for (Side& side : sides) {
-      on = &side;
-      Close();
-      // With few reserved slots, or with few others, so that the directory grows.
-      const std::uint16_t reserved[] = {2, 6, 62}, slots = reserved[Draw(3)];
-      const auto built = slots == 2 ? FileBuilder::Form::kOlder : FileBuilder::Form::kCurrent;
-      WriteFile(side.path, FileBuilder(built, slots).bytes);
-      side.model.Start(slots);
-      Reopen();
-    }
-    for (int step = 0; step < 1000; ++step) {
-      LetGo([&](const ObjectPtr& each) {
-        return (each->node->gone && Draw(20) == 0) || (objects.size() > 15 && Draw(15) == 0);
-      });
-      const Row* row = kRows;
-      for (unsigned choice = Draw(total); choice >= row->weight; ++row) choice -= row->weight;
-      on = &sides[Draw(2)];
-      DrawStep(row->label, row->needs);
-      (this->*(o || row->needs == On::kRoot ? row->run : &WholeInterface::OpenOne))();
-      o = nullptr;
-      CompareFiles();
-      if (!HasFailure()) continue;
-      std::ostringstream steps;
-      for (const std::string& line : log) steps << line;
-      FAIL() << "AOSTORAGE_TEST_SEED=" << seed << ", step " << step << "; the last steps:\n"
-             << steps.str();
-    }
-  }
+  const Row* row = kRows;
+  for (unsigned choice = Draw(total); choice >= row->weight; ++row) choice -= row->weight;
+  on = &sides[Draw(2)];
+  DrawStep(row->label, row->needs);
+  (this->*(o || row->needs == On::kRoot ? row->run : &WholeInterface::OpenOne))();
+  o = nullptr;
 }
 
 }  // namespace
+
+std::string RunWholeHistory(std::function<unsigned(unsigned below)> draw,
+                            const std::function<bool()>& goOn, int stepsBetweenLooks) {
+  class History : public WholeInterface {
+    void TestBody() override {}
+  };
+  History history;
+  return history.Run(std::move(draw), goOn, stepsBetweenLooks);
+}
+
+TEST(WholeInterfaceTest, GivesWhatATreeInMemoryForetells) {
+  for (const unsigned seed : HistorySeeds(10)) {
+    std::mt19937 random(seed);
+    int steps = 0;
+    const std::string wrong =
+        RunWholeHistory([&](unsigned below) { return static_cast<unsigned>(random() % below); },
+                        [&] { return ++steps <= 1000; });
+    ASSERT_EQ(wrong, "") << "AOSTORAGE_TEST_SEED=" << seed;
+  }
+}
+
 }  // namespace aostorage::testing

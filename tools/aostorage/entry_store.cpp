@@ -174,7 +174,7 @@ bool IsStored(Place place, const std::string& name, const Value& value) {
 Result StoreValue(Place place, const std::string& name, const Value& value) {
   aostorage::ClearLastError();
   if (std::visit(Storing{place, name}, value) && IsStored(place, name, value)) return {};
-  if (aostorage::LastError() != aostorage::Error::kNone) return FromLibrary();
+  if (aostorage::LastError().code != aostorage::ErrorCode::kNone) return FromLibrary();
   return {kInputOutput, "the value does not read back"};
 }
 

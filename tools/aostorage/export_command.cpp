@@ -9,6 +9,7 @@
 #include <aostorage/types.h>
 
 #include "directories.h"
+#include "interrupt.h"
 #include "names.h"
 #include "paths.h"
 #include "store.h"
@@ -46,9 +47,13 @@ class Export {
     ++items;
     ShowProgress(0);
     if (result.Ok()) return true;
+    if (Interrupted()) {
+      report.Fail(path, result);
+      return false;
+    }
     // Had the store failed, the library would know why.
     const bool outputFailed =
-        result.code == kInputOutput && aostorage::LastError() == aostorage::Error::kNone;
+        result.code == kInputOutput && aostorage::LastError().code == aostorage::ErrorCode::kNone;
     if (outputFailed) result.reason += "; the export ends here";
     report.Fail(path, result);
     return !outputFailed;

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "interrupt.h"
+
 namespace aotool {
 namespace {
 
@@ -54,7 +56,8 @@ FileIdentity FileIdentity::At(const std::string& path) {
   return {state.st_dev, state.st_ino};
 }
 
-Result OpenInput(const std::string& path, const FileIdentity& store, Descriptor& input) {
+Result OpenInput(const std::string& path, const FileIdentity& store, Descriptor& input,
+                 bool isStored) {
   if (IsStandardStream(path)) {
     input = Descriptor(STDIN_FILENO);
   } else {
@@ -66,12 +69,13 @@ Result OpenInput(const std::string& path, const FileIdentity& store, Descriptor&
     }
   }
   if (FileIdentity::Of(input.Number()) == store) return {kFailure, "the input is the store itself"};
-  return CheckInput(input.Number());
+  return isStored ? CheckInput(input.Number()) : Result{};
 }
 
 Result ReadPiece(int input, std::uint8_t* buffer, std::size_t size, std::size_t& count) {
   count = 0;
   while (count < size) {
+    if (!WaitForInput(input)) return Interruption();
     const ssize_t got = ::read(input, buffer + count, size - count);
     if (got == 0) break;
     if (got > 0) {
@@ -96,6 +100,7 @@ Result OutputFile::Write(const std::uint8_t* data, std::size_t size) {
     if (Result result = Open(); !result.Ok()) return result;
   }
   while (size != 0) {
+    if (Interrupted()) return Interruption();
     const ssize_t taken = ::write(file.Number(), data, size);
     if (taken > 0) {
       data += taken;

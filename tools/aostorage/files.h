@@ -55,10 +55,12 @@ bool IsRegularFile(int descriptor);
 Result CheckInput(int descriptor);
 
 // Opens a file for reading, "-" and "" being standard input. A file that is not there is kNotFound.
-// `store` must not be the input.
-Result OpenInput(const std::string& path, const FileIdentity& store, Descriptor& input);
+// `store` must not be the input. Unless `isStored` is false, CheckInput must agree.
+Result OpenInput(const std::string& path, const FileIdentity& store, Descriptor& input,
+                 bool isStored = true);
 
-// Fills `size` bytes of `buffer` unless the input ends before. `count` receives what came.
+// Fills `size` bytes of `buffer` unless the input ends before. `count` receives what came. Fails
+// when it is interrupted.
 Result ReadPiece(int input, std::uint8_t* buffer, std::size_t size, std::size_t& count);
 
 // A file that receives data. It is made when the first data comes or Finish is called, so that an

@@ -12,9 +12,11 @@
 #include <aostorage/types.h>
 
 #include "directories.h"
+#include "interrupt.h"
 #include "names.h"
 #include "paths.h"
 #include "store.h"
+#include "stream_writer.h"
 #include "transfer.h"
 #include "verbs.h"
 
@@ -44,6 +46,7 @@ class Import {
     }
     if (!EnterLevel()) return;
     while (!levels.empty()) {
+      if (Interrupted()) return report.Fail("", Interruption());
       Level& level = levels.back();
       if (level.next == level.names.size()) {
         if (!LeaveLevel()) return;
@@ -153,26 +156,21 @@ class Import {
     const Place place = trail.Bottom();
     aostorage::ClearLastError();
     StreamPtr stream = place.Open(streamName, aostorage::kWriteFlags);
-    const bool isNew = !stream;
-    if (isNew && NameIsMissing()) {
-      aostorage::ClearLastError();
-      stream = place.Create(streamName, aostorage::PackKind(false));
-    }
-    if (!stream) return StoreFailed(path, FromLibrary());
-    if (stream->IsFolder() == 1) {
+    if (!stream && !NameIsMissing()) return StoreFailed(path, FromLibrary());
+    if (stream && stream->IsFolder() == 1) {
       return Skip(path, {kFailure, "a folder of that name is in the way"});
     }
-    if (!isNew && !options.force) {
+    if (stream && !options.force) {
       return Skip(path, {kFailure, "the store has such a stream already (--force replaces it)"});
     }
+    const std::uint16_t duration = stream ? stream->GetDuration() : 0;
     aostorage::ClearLastError();
-    Result result = transfer.CopyIn(input.Number(), *stream);
-    if (result.Ok()) return Verdict::kGoOn;
-    const Verdict verdict = StoreFailed(path, result);
-    if (isNew) {  // no half of a file is left
-      if (Result removed = Remove(stream); !removed.Ok()) report.Fail(path, removed);
-    }
-    return verdict;
+    Result result =
+        writer.Write(place, streamName, aostorage::PackKind(false, duration), std::move(stream),
+                     [&](aostorage::aoStream& made, const std::string&) {
+                       return transfer.CopyIn(input.Number(), made);
+                     });
+    return result.Ok() ? Verdict::kGoOn : StoreFailed(path, result);
   }
 
   Verdict Skip(const std::string& path, Result result) {
@@ -183,9 +181,13 @@ class Import {
 
   // When the store itself failed, nothing that comes later would fare better.
   Verdict StoreFailed(const std::string& path, const Result& result) {
-    switch (aostorage::LastError()) {
-      case aostorage::Error::kNone:
-      case aostorage::Error::kNotFound:
+    if (Interrupted()) {
+      report.Fail(path, result);
+      return Verdict::kGiveUp;
+    }
+    switch (aostorage::LastError().code) {
+      case aostorage::ErrorCode::kNone:
+      case aostorage::ErrorCode::kNotFound:
         return Skip(path, result);
       default:
         report.Fail(path, {result.code, result.reason + "; the import ends here"});
@@ -201,6 +203,7 @@ class Import {
   std::string directoryPath;  // from the imported directory, with a slash at its end
   Trail trail;
   Transfer transfer;
+  StreamWriter writer;
   std::uint64_t items = 0;
   std::uint64_t bytes = 0;
 };

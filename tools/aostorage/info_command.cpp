@@ -10,6 +10,8 @@
 
 #include <aostorage/types.h>
 
+#include "interrupt.h"
+#include "json.h"
 #include "paths.h"
 #include "store.h"
 #include "verbs.h"
@@ -68,10 +70,46 @@ Totals Count(aostorage::aoStorage& storage, Report& report) {
   }
 }
 
+struct Overview {
+  std::string path;
+  std::uint64_t fileSize = 0;
+  FileHeader header;
+  unsigned reservedInUse = 0;
+  Totals totals;
+};
+
 void PrintRow(const char* label, const std::string& value) {
   char column[32];
   std::snprintf(column, sizeof column, "%-16s", label);
   Print(column + value + "\n");
+}
+
+void PrintRows(const Overview& store) {
+  PrintRow("path", Shown(store.path));
+  PrintRow("file size", std::to_string(store.fileSize) + " bytes");
+  PrintRow("header form", store.header.older ? "older" : "current");
+  PrintRow("root streams", std::to_string(store.totals.rootStreams));
+  PrintRow("reserved slots", std::to_string(store.reservedInUse) + " of " +
+                                 std::to_string(store.header.reservedSlots) + " in use");
+  PrintRow("folders", std::to_string(store.totals.folders) + ", " +
+                          std::to_string(store.totals.depth) + " deep");
+  PrintRow("plain streams", std::to_string(store.totals.plainStreams));
+  PrintRow("stream bytes", std::to_string(store.totals.bytes));
+}
+
+void PrintDocument(const CommonOptions& options, const Overview& store) {
+  Json document = JsonHead("info", options.store);
+  document.SetName("path", store.path)
+      .Set("fileSize", store.fileSize)
+      .Set("headerForm", store.header.older ? "older" : "current")
+      .Set("rootStreams", store.totals.rootStreams)
+      .Set("reservedSlots", store.header.reservedSlots)
+      .Set("reservedSlotsInUse", store.reservedInUse)
+      .Set("folders", store.totals.folders)
+      .Set("depth", store.totals.depth)
+      .Set("plainStreams", store.totals.plainStreams)
+      .Set("streamBytes", store.totals.bytes);
+  PrintJson(document);
 }
 
 }  // namespace
@@ -84,21 +122,18 @@ void Info(const CommonOptions& options, Report& report) {
   if (!header || ::stat(options.store.c_str(), &state) != 0) {
     return report.Fail("", {kInputOutput, "cannot read the file header"});
   }
-  Totals totals = Count(*storage, report);
-  totals.rootStreams = RootNames(*storage).size();
-  const auto fileSize = static_cast<std::uint64_t>(state.st_size);
+  Overview store;
+  store.path = storage->GetPath();
+  store.fileSize = static_cast<std::uint64_t>(state.st_size);
+  store.header = *header;
+  store.totals = Count(*storage, report);
+  if (Interrupted()) return;  // it is reported
+  store.totals.rootStreams = RootNames(*storage).size();
+  store.reservedInUse = ReservedInUse(*storage, *header);
 
   report.EndProgress();
-  PrintRow("path", Shown(storage->GetPath()));
-  PrintRow("file size", std::to_string(fileSize) + " bytes");
-  PrintRow("header form", header->older ? "older" : "current");
-  PrintRow("root streams", std::to_string(totals.rootStreams));
-  PrintRow("reserved slots", std::to_string(ReservedInUse(*storage, *header)) + " of " +
-                                 std::to_string(header->reservedSlots) + " in use");
-  PrintRow("folders",
-           std::to_string(totals.folders) + ", " + std::to_string(totals.depth) + " deep");
-  PrintRow("plain streams", std::to_string(totals.plainStreams));
-  PrintRow("stream bytes", std::to_string(totals.bytes));
+  if (options.json) return PrintDocument(options, store);
+  PrintRows(store);
 }
 
 }  // namespace aotool

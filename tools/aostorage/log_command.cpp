@@ -11,6 +11,7 @@
 #include <aostorage/types.h>
 
 #include "files.h"
+#include "json.h"
 #include "paths.h"
 #include "store.h"
 #include "verbs.h"
@@ -117,6 +118,24 @@ void PrintLog(const LogState& state) {
   PrintRow(state.newest, state.length - state.newest, "newest value");
 }
 
+Json Part(std::uint32_t offset, std::uint32_t bytes) {
+  Json part = Json::Object();
+  part.Set("offset", offset).Set("bytes", bytes);
+  return part;
+}
+
+void PrintDocument(const LogOptions& options, const LogState& state) {
+  Json document = JsonHead("log", options.store);
+  document.SetName("path", options.path).Set("length", state.length);
+  if (state.length == 0) {
+    document.SetNull("older").SetNull("newest");
+  } else {
+    document.Set("older", Part(kPrefixSize, state.newest - kPrefixSize))
+        .Set("newest", Part(state.newest, state.length - state.newest));
+  }
+  PrintJson(document);
+}
+
 void ListLog(const LogOptions& options, Report& report) {
   const StoragePtr storage = OpenForReading(options.store, report);
   if (!storage) return;
@@ -125,6 +144,7 @@ void ListLog(const LogOptions& options, Report& report) {
   Result result = LocatePlain(options.path, target);
   if (result.Ok()) result = ReadState(*target.stream, state);
   if (!result.Ok()) return report.Fail(options.path, result);
+  if (options.json) return PrintDocument(options, state);
   PrintLog(state);
 }
 

@@ -5,10 +5,12 @@
 #include <exception>
 
 #include "command_line.h"
+#include "interrupt.h"
 
 int main(int argc, char** argv) {
   // A file-size limit is to be a failed write with a message, not the end of the process.
   std::signal(SIGXFSZ, SIG_IGN);
+  aotool::RememberInterrupts();
   try {
     aotool::Action chosen;
     const aotool::ExitCode code = aotool::ParseCommandLine(argc, argv, chosen);

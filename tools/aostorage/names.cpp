@@ -15,10 +15,11 @@ std::string Cut(const std::string& name, std::size_t longest) {
 
 }  // namespace
 
-std::string UsedNames::MakeUnique(const std::string& name, std::size_t longest) {
-  std::string candidate = Cut(name, longest);
+std::string UsedNames::MakeUnique(const std::string& name, const std::string& ending,
+                                  std::size_t longest) {
+  std::string candidate = Cut(name, longest - ending.size()) + ending;
   for (unsigned long number = 2; !names.insert(candidate).second; ++number) {
-    const std::string suffix = "~" + std::to_string(number);
+    const std::string suffix = ending + "~" + std::to_string(number);
     candidate = Cut(name, longest - suffix.size()) + suffix;
   }
   return candidate;

@@ -15,7 +15,11 @@ class UsedNames {
 
   // `name`, cut to `longest` bytes and changed by a number at its end as far as that is needed to
   // differ from all names given before. The result counts as given.
-  std::string MakeUnique(const std::string& name, std::size_t longest);
+  std::string MakeUnique(const std::string& name, std::size_t longest) {
+    return MakeUnique(name, "", longest);
+  }
+  // As above, with an ending that is kept whole.
+  std::string MakeUnique(const std::string& name, const std::string& ending, std::size_t longest);
 
  private:
   std::unordered_set<std::string> names;

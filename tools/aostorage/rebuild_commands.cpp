@@ -9,6 +9,7 @@
 #include <aostorage/types.h>
 
 #include "files.h"
+#include "interrupt.h"
 #include "paths.h"
 #include "store.h"
 #include "transfer.h"
@@ -94,7 +95,8 @@ class Rebuilding {
     const auto follow = [this](const aostorage::RebuildReport& soFar) {
       carried = soFar;
       report.Progress("rebuilding", soFar.streams, soFar.bytes);
-      return soFar.hidden == 0 || options.dropHidden;
+      gaveUp = Interrupted();
+      return !gaveUp && (soFar.hidden == 0 || options.dropHidden);
     };
     aostorage::ClearLastError();
     // In its own place by the path, with nothing open here: the library copies over no file that a
@@ -108,6 +110,7 @@ class Rebuilding {
   }
 
   Result WhatFailed() {
+    if (gaveUp) return {kFailure, Interruption().reason + "; nothing was changed"};
     if (carried.hidden != 0 && !options.dropHidden) return HiddenStreams();
     Result failure = FromLibrary();
     if (TemporaryIsThere()) {
@@ -172,6 +175,7 @@ class Rebuilding {
   StoragePtr storage;
   std::uint64_t sizeBefore = 0;
   aostorage::RebuildReport carried;
+  bool gaveUp = false;  // because of an interrupt
 };
 
 }  // namespace

@@ -9,13 +9,15 @@
 
 #include <aostorage/error.h>
 
+#include "shown.h"
+
 namespace aotool {
 
 // The exit codes of the tool.
 enum ExitCode : int {
   kDone = 0,
-  kNotFound = 1,
-  kFailure = 2,  // wrong usage and whatever has no code of its own
+  kNotFound = 1,  // or another answer that is no, see Report::AnswerNo
+  kFailure = 2,   // wrong usage and whatever has no code of its own
   kDamaged = 3,
   kNotAStorage = 4,
   kInputOutput = 5,
@@ -36,10 +38,6 @@ Result FromLibrary();
 Result FromShortRead();
 // A failed call of the system: `doing` and the text of the error number.
 Result FromSystem(int errorNumber, const std::string& doing);
-
-// A name fit for one line of a terminal: control characters, backslashes and bytes that are no
-// UTF-8 are written as \xHH. Two names never look the same.
-std::string Shown(std::string_view name);
 
 // Writes to standard output, through its buffer.
 void Print(std::string_view text);
@@ -63,6 +61,9 @@ class Report {
   void Fail(std::string_view subject, const Result& result);
   // A message that does not change the exit code.
   void Note(std::string_view subject, std::string_view text);
+  // The verb did its work and its answer is no: differences, findings. Exit code 1 unless
+  // something fails.
+  void AnswerNo() { answerIsNo = true; }
 
   // Where standard error is a terminal, shows what is going on: now and then, after the first
   // moment.
@@ -74,7 +75,7 @@ class Report {
   // As Progress, at once: before a single call that can take long.
   void Working(std::string_view doing);
 
-  ExitCode Code() const { return code; }
+  ExitCode Code() const { return code == kDone && answerIsNo ? kNotFound : code; }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -84,6 +85,7 @@ class Report {
 
   std::string store;
   ExitCode code = kDone;
+  bool answerIsNo = false;
   bool onTerminal = false;
   bool progressShown = false;
   Clock::time_point nextProgress;

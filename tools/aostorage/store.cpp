@@ -14,7 +14,7 @@ namespace aotool {
 namespace {
 
 // True when Open gave a store but met damage in the directory.
-bool MetDamage() { return aostorage::LastError() != aostorage::Error::kNone; }
+bool MetDamage() { return aostorage::LastError().code != aostorage::ErrorCode::kNone; }
 
 StoragePtr Open(const std::string& path, std::uint32_t flags, std::uint32_t reserve,
                 Report& report) {

@@ -1,6 +1,7 @@
 // create, put, get, cat, rm
 
 #include <string>
+#include <utility>
 
 #include <aostorage/error.h>
 #include <aostorage/types.h>
@@ -8,6 +9,7 @@
 #include "files.h"
 #include "paths.h"
 #include "store.h"
+#include "stream_writer.h"
 #include "transfer.h"
 #include "verbs.h"
 
@@ -21,23 +23,13 @@ Transfer ShowingTransfer(Report& report, const char* doing) {
   });
 }
 
-// Fills the new or the old stream. A new one that could not be filled is removed again.
-Result Fill(Target& target, int input, Report& report) {
-  const bool isNew = !target.stream;
-  if (isNew) {
-    aostorage::ClearLastError();
-    target.stream = target.parents.Bottom().Create(target.name, aostorage::PackKind(false));
-    if (!target.stream) return FromLibrary();
-  }
-  Result result = ShowingTransfer(report, "storing").CopyIn(input, *target.stream);
-  if (result.Ok()) return result;
-  if (isNew) {
-    result.reason +=
-        Remove(target.stream).Ok() ? "; nothing was stored" : "; what was stored stays";
-  } else if (const std::uint32_t position = target.stream->GetCurDataPos(); position != 0) {
-    result.reason += "; its first " + std::to_string(position) + " bytes are already the new ones";
-  }
-  return result;
+Result Store(Target& target, int input, Report& report) {
+  const std::uint16_t duration = target.stream ? target.stream->GetDuration() : 0;
+  return StreamWriter().Write(target.parents.Bottom(), target.name,
+                              aostorage::PackKind(false, duration), std::move(target.stream),
+                              [&](aostorage::aoStream& stream, const std::string&) {
+                                return ShowingTransfer(report, "storing").CopyIn(input, stream);
+                              });
 }
 
 }  // namespace
@@ -59,7 +51,7 @@ void Put(const CopyOptions& options, Report& report) {
   if (result.Ok() && target.stream && target.stream->IsFolder() == 1) {
     result = {kFailure, "is a folder"};
   }
-  if (result.Ok()) result = Fill(target, input.Number(), report);
+  if (result.Ok()) result = Store(target, input.Number(), report);
   if (!result.Ok()) report.Fail(options.path, result);
 }
 

@@ -30,8 +30,8 @@ StreamPtr Place::Create(const std::string& name, std::uint32_t packedKind) const
 }
 
 bool NameIsMissing() {
-  const aostorage::Error error = aostorage::LastError();
-  return error == aostorage::Error::kNone || error == aostorage::Error::kNotFound;
+  const aostorage::ErrorCode code = aostorage::LastError().code;
+  return code == aostorage::ErrorCode::kNone || code == aostorage::ErrorCode::kNotFound;
 }
 
 Trail::~Trail() { Reset(); }

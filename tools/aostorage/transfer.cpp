@@ -46,6 +46,7 @@ Result Transfer::CopyIn(int input, aostorage::aoStream& stream) {
     return result;
   if (size == 0) return EraseAll(stream);
   while (size != 0) {
+    if (MustStop()) return Interruption();
     // One piece ahead, because the write that ends the stream must be told so.
     std::size_t nextSize = 0;
     if (size == piece.size()) {
@@ -98,6 +99,7 @@ Result Transfer::Compare(aostorage::aoStream& left, aostorage::aoStream& right) 
 Result Transfer::ReadStream(aostorage::aoStream& stream, const Sink& sink) {
   // Bounded by the length: reading goes on behind it to the end of the blocks.
   for (std::uint32_t left = stream.GetLength(); left != 0;) {
+    if (MustStop()) return Interruption();
     const std::uint32_t size = std::min(left, kPieceSize);
     if (Result result = ReadWhole(stream, piece.data(), size); !result.Ok()) return result;
     if (Result result = sink(piece.data(), size); !result.Ok()) return result;

@@ -10,14 +10,18 @@
 #include <aostorage/stream.h>
 
 #include "files.h"
+#include "interrupt.h"
 #include "report.h"
 
 namespace aotool {
 
+// Every operation fails when it is interrupted between two pieces, unless told otherwise.
 class Transfer {
  public:
   // `pieceDone` is called with the bytes of each piece.
   explicit Transfer(std::function<void(std::uint64_t)> pieceDone);
+
+  void IgnoreInterrupts() { stopsOnInterrupt = false; }
 
   // Replaces the content of `stream`, whose cursor is at the start, by all that `input` gives.
   // Nothing is written before the first piece was read. A failure leaves the bytes written so far
@@ -42,6 +46,9 @@ class Transfer {
 
   Result ReadStream(aostorage::aoStream& stream, const Sink& sink);
 
+  bool MustStop() const { return stopsOnInterrupt && Interrupted(); }
+
+  bool stopsOnInterrupt = true;
   std::function<void(std::uint64_t)> progress;
   Piece piece;
   Piece second;

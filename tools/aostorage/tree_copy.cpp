@@ -17,6 +17,7 @@ std::uint32_t KindOf(const aostorage::aoStream& stream) {
 }
 
 Result InFolder(const TreeWalk& walk, const Result& result) {
+  if (walk.Path().empty()) return result;  // it is about no stream
   return {result.code, "'" + Shown(walk.Path()) + "' in it: " + result.reason};
 }
 
@@ -49,37 +50,48 @@ Result TreeCopy::CopyTree(aostorage::aoStream& source, Place to, const std::stri
 }
 
 Result TreeCopy::CopyPlain(aostorage::aoStream& source, Place to, const std::string& name) {
-  StreamPtr copy;
-  if (Result result = Obtain(source, to, name, copy); !result.Ok()) return result;
-  if (Result result = transfer.CopyAcross(source, *copy); !result.Ok()) return result;
-  aostorage::ClearLastError();
-  copy = to.Open(name, aostorage::kReadFlags);
-  if (!copy) return FromLibrary();
-  ++items;
-  return transfer.Compare(source, *copy);
+  StreamPtr old;
+  if (Result result = OpenOld(to, name, old); !result.Ok()) return result;
+  const bool keepsDuration = old && old->IsFolder() != 1;
+  const std::uint32_t kind =
+      aostorage::PackKind(false, (keepsDuration ? *old : source).GetDuration());
+  return writer.Write(to, name, kind, std::move(old),
+                      [&](aostorage::aoStream& copy, const std::string& nameForNow) {
+                        return FillAndCompare(source, copy, to, nameForNow);
+                      });
 }
 
-// Opens what the source is to be copied to.
-Result TreeCopy::Obtain(aostorage::aoStream& source, Place to, const std::string& name,
-                        StreamPtr& copy) {
-  touched = true;
+Result TreeCopy::FillAndCompare(aostorage::aoStream& source, aostorage::aoStream& copy, Place to,
+                                const std::string& name) {
+  if (Result result = transfer.CopyAcross(source, copy); !result.Ok()) return result;
   aostorage::ClearLastError();
-  if (over) {
-    copy = to.Open(name, aostorage::kWriteFlags);
-    if (!copy && !NameIsMissing()) return FromLibrary();
-    if (copy && copy->IsFolder() != source.IsFolder()) {
-      if (Result result = Remove(copy); !result.Ok()) return result;
-    }
-  }
-  if (!copy) copy = to.Create(name, KindOf(source));
-  return copy ? Result{} : FromLibrary();
+  const StreamPtr again = to.Open(name, aostorage::kReadFlags);
+  if (!again) return FromLibrary();
+  ++items;
+  return transfer.Compare(source, *again);
+}
+
+// Opens what stands where the source is to be copied to.
+Result TreeCopy::OpenOld(Place to, const std::string& name, StreamPtr& old) {
+  touched = true;
+  if (!over) return {};
+  aostorage::ClearLastError();
+  old = to.Open(name, aostorage::kWriteFlags);
+  return old || NameIsMissing() ? Result{} : FromLibrary();
 }
 
 Result TreeCopy::CopyFolder(aostorage::aoStream& source, Place to, const std::string& name) {
   std::uint64_t expected = 0;
   if (Result result = Count(source, expected); !result.Ok()) return result;
   Trail trail(to);
-  if (Result result = EnterCopyOfFolder(source, trail, name); !result.Ok()) return result;
+  Result result = EnterCopyOfFolder(source, trail, name);
+  if (result.Ok()) result = CopyWhatItHolds(source, trail, expected);
+  if (!result.Ok()) TakeBackAside(trail, result);
+  return result;
+}
+
+Result TreeCopy::CopyWhatItHolds(aostorage::aoStream& source, Trail& trail,
+                                 std::uint64_t expected) {
   TreeWalk walk({nullptr, &source});
   for (;;) {
     Result result;
@@ -92,6 +104,7 @@ Result TreeCopy::CopyFolder(aostorage::aoStream& source, Place to, const std::st
         break;
       case TreeWalk::Event::kLeave:
         trail.Pop();
+        result = PutAsideInPlace(trail);
         break;
       case TreeWalk::Event::kFailed:
         result = walk.Failure();
@@ -108,11 +121,46 @@ Result TreeCopy::CopyFolder(aostorage::aoStream& source, Place to, const std::st
 
 Result TreeCopy::EnterCopyOfFolder(aostorage::aoStream& source, Trail& trail,
                                    const std::string& name) {
+  const Place to = trail.Bottom();
   StreamPtr copy;
-  if (Result result = Obtain(source, trail.Bottom(), name, copy); !result.Ok()) return result;
-  trail.Push(name, std::move(copy));
+  if (Result result = OpenOld(to, name, copy); !result.Ok()) return result;
+  std::string nameForNow = name;
+  const bool plainIsThere = copy && copy->IsFolder() != 1;
+  if (plainIsThere) {
+    copy.reset();
+    if (Result result = FreeNameBeside(to, name, nameForNow); !result.Ok()) return result;
+  }
+  if (!copy) {
+    aostorage::ClearLastError();
+    copy = to.Create(nameForNow, KindOf(source));
+    if (!copy) return FromLibrary();
+  }
+  if (plainIsThere) aside.push_back({trail.Names().size(), name, nameForNow});
+  trail.Push(nameForNow, std::move(copy));
   ++items;
   return {};
+}
+
+// The folder that was left is whole: when it was made aside, it takes the place of the stream.
+Result TreeCopy::PutAsideInPlace(Trail& trail) {
+  if (aside.empty() || aside.back().depth != trail.Names().size()) return {};
+  const auto [depth, name, nameForNow] = aside.back();
+  aside.pop_back();
+  const Place place = trail.Bottom();
+  aostorage::ClearLastError();
+  StreamPtr old = place.Open(name, aostorage::kWriteFlags);
+  StreamPtr fresh = old ? place.Open(nameForNow, aostorage::kWriteFlags) : nullptr;
+  if (!fresh) return FromLibrary();
+  return PutInPlace(place, name, nameForNow, old, fresh);
+}
+
+// Removes the folders made aside: the outermost one holds the others.
+void TreeCopy::TakeBackAside(Trail& trail, Result& result) {
+  if (aside.empty()) return;
+  while (trail.Names().size() > aside.front().depth) trail.Pop();
+  StreamPtr folder = trail.Bottom().Open(aside.front().nameForNow, aostorage::kWriteFlags);
+  if (folder && !Remove(folder).Ok()) result.reason += "; an incomplete copy is left";
+  aside.clear();
 }
 
 // How many streams and folders there are to copy. A folder that is damaged, or has two streams of

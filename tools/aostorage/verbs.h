@@ -10,6 +10,7 @@
 
 #include "entry_values.h"
 #include "report.h"
+#include "style.h"
 
 namespace aotool {
 
@@ -17,6 +18,8 @@ struct CommonOptions {
   std::string store;
   std::string path;           // in the store; empty for the root
   std::uint32_t reserve = 0;  // room behind the data of each new block
+  ColorRule color = ColorRule::kAuto;
+  bool json = false;  // of the verbs that read
 };
 
 struct CreateOptions : CommonOptions {

@@ -6,6 +6,8 @@
 #include <aostorage/error.h>
 #include <aostorage/types.h>
 
+#include "interrupt.h"
+
 namespace aotool {
 namespace {
 
@@ -28,7 +30,8 @@ TreeWalk::~TreeWalk() {
 TreeWalk::Event TreeWalk::Next() {
   if (enter) Enter();
   current.reset();
-  if (levels.empty()) return Event::kEnd;
+  if (levels.empty() || interrupted) return Event::kEnd;
+  if (Interrupted()) return GiveUp();
   Level& level = levels.back();
   return level.place.folder == nullptr ? NextRootStream() : NextChild(level);
 }
@@ -68,7 +71,7 @@ TreeWalk::Event TreeWalk::NextChild(Level& level) {
   level.started = true;
   if (!current) {
     level.ended = true;
-    if (aostorage::LastError() == aostorage::Error::kNone) return Leave();
+    if (NameIsMissing()) return Leave();  // the end
     name.clear();
     return Failed(FromLibrary());
   }
@@ -88,6 +91,13 @@ TreeWalk::Event TreeWalk::Found() {
 TreeWalk::Event TreeWalk::Failed(Result reason) {
   failure = std::move(reason);
   return Event::kFailed;
+}
+
+TreeWalk::Event TreeWalk::GiveUp() {
+  interrupted = true;
+  name.clear();
+  folderPath.clear();
+  return Failed(Interruption());
 }
 
 // Looks at the record that the walk has just passed, because a search by name would find the first

@@ -15,7 +15,7 @@ namespace aotool {
 
 // Depth first, without recursion, each folder open as long as what is in it. Root streams come
 // sorted, children in slot order. Ends on damaged stores too: a folder whose data was met before is
-// not entered.
+// not entered. An interrupt gives one kFailed with an empty name, then kEnd.
 class TreeWalk {
  public:
   enum class Event {
@@ -60,6 +60,7 @@ class TreeWalk {
   Event NextChild(Level& level);
   Event Found();
   Event Failed(Result reason);
+  Event GiveUp();
   bool MetBefore(Level& level);
 
   std::vector<Level> levels;
@@ -67,6 +68,7 @@ class TreeWalk {
   std::size_t nextRoot = 0;
   StreamPtr current;
   bool enter = false;
+  bool interrupted = false;
   std::string name;
   std::string folderPath;  // of the folder that is walked, with a slash at its end
   Result failure;
