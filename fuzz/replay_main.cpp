@@ -24,10 +24,10 @@ int main(int count, char** arguments) {
         ++here;
       }
       const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-      std::printf("%s: %zu inputs in %.1f s\n", directory.c_str(), here, took.count());
+      std::fprintf(stderr, "%s: %zu inputs in %.1f s\n", directory.c_str(), here, took.count());
       inputs += here;
     }
   }
-  std::printf("%zu inputs\n", inputs);
+  std::fprintf(stderr, "%zu inputs\n", inputs);
   return inputs == 0 ? 1 : 0;
 }

@@ -90,8 +90,6 @@ void InspectFile(const std::uint8_t* data, std::size_t size) {
     const auto part = Inspection::Of(path.c_str(), options);
     if (part) CheckRecords(*part);
   }
-  // What brings streams back from a damaged file belongs here: it must write no more than 1.25
-  // times the file and 64 KiB, and what it writes must show no finding.
 }
 
 }  // namespace aostorage::fuzz

@@ -14,6 +14,7 @@ void RunModel(const std::uint8_t* data, std::size_t size);
 void RunScript(const std::uint8_t* data, std::size_t size);
 void RebuildFile(const std::uint8_t* data, std::size_t size);
 void InspectFile(const std::uint8_t* data, std::size_t size);
+void RecoverFile(const std::uint8_t* data, std::size_t size);
 void UseAccess(const std::uint8_t* data, std::size_t size);
 
 /// What an input is.
@@ -31,6 +32,7 @@ inline constexpr Target kTargets[] = {
     {"script", Shape::kFileAndScript, RunScript},
     {"rebuild", Shape::kFile, RebuildFile},
     {"inspect", Shape::kFile, InspectFile},
+    {"recover", Shape::kFile, RecoverFile},
     {"access", Shape::kFileAndScript, UseAccess},
 };
 

@@ -263,7 +263,8 @@ class LifeWriter {
     if (all.empty() || Children() + all.size() > kMostChildren) return false;
     Merge(*from, *to);
     const std::string source = PathOf(*from), path = step.path = PathOf(*to), below = path + "/";
-    step.flushing = step.erases = step.begins = true;
+    step.flushing = step.begins = true;
+    step.midway = Midway::kEmptied;
     step.perform = [=](Session& session) {
       session.LetGo(below);
       aoStream* const goal = session.At(path);
@@ -293,6 +294,7 @@ class LifeWriter {
     if (bytes.empty()) node->chain = TreeNode::Chain::kAny;
     const std::string path = step.path = PathOf(*node);
     step.flushing = final;
+    if (final) step.midway = Midway::kShortened;
     const auto data = std::make_shared<const Bytes>(std::move(bytes));
     step.perform = [=](Session& session) {
       aoStream* const stream = session.At(path);
@@ -331,7 +333,8 @@ class LifeWriter {
     to->Cut(0);
     to->Put(0, from->value, true);
     const std::string source = PathOf(*from), path = step.path = PathOf(*to);
-    step.flushing = step.erases = true;
+    step.flushing = true;
+    step.midway = Midway::kEmptied;
     step.perform = [=](Session& session) {
       aoStream* const stream = session.At(source);
       aoStream* const goal = stream == nullptr ? nullptr : session.At(path);
@@ -442,6 +445,7 @@ class LifeWriter {
     node->Put(append ? node->value.size() : 0, *data, final);
     node->chain = TreeNode::Chain::kAny;
     step.flushing = final;
+    if (final) step.midway = Midway::kShortened;
     step.logs = append;
     step.path = PathOf(*node);
     const std::string folder = in->name, name = node->name;

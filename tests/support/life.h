@@ -56,14 +56,21 @@ class Session {
   std::map<std::string, Stream> held;
 };
 
+/// How a stream may stand in the middle of a step that changes it.
+enum class Midway {
+  kBetween,    ///< each byte old or new, and not shorter than before and after
+  kShortened,  ///< also longer than after, by what its old blocks hold: `used` goes before `length`
+  kEmptied,    ///< also shorter than before and after
+};
+
 struct Step {
   std::string label;
   std::string path, other;  ///< the streams that it changes, with all that is below them
   std::function<bool(Session& session)> perform;  ///< see Run
   bool flushing = false;  ///< ends streams by a final write: one that fails may end them earlier
-  bool erases = false;    ///< streams are empty meanwhile
-  bool begins = false;    ///< may leave streams begun, which are then removed and made again
-  bool logs = false;      ///< appends, wherever the stream ends
+  Midway midway = Midway::kBetween;
+  bool begins = false;  ///< may leave streams begun, which are then removed and made again
+  bool logs = false;    ///< appends, wherever the stream ends
   bool syncs = false, removes = false;
   bool loses = false;  ///< when it fails, the storage object does not know the stream any more
   bool opens = false;  ///< nothing is open before it
@@ -88,15 +95,15 @@ inline constexpr std::size_t kLifeSteps = 500;
 /// Up to 12 root and 40 child streams in three levels of folders, in a file whose directory grows
 /// every few root streams. No slot of a folder is split.
 Life DrawLife(unsigned seed, std::size_t steps = kLifeSteps);
-/// Seeds 0 to 19 in full size, else one of the clock and, without sanitizers, 1; see HistorySeeds.
+/// Seeds 0 to 19 in full size, else 0 and, without sanitizers, 1; see HistorySeeds.
 std::vector<unsigned> LifeSeeds();
 
 /// Opens the file with the library and reads all. A stream that is the same before and after must
-/// be so; one that changes may stand at any point between the two, or, where the step
-/// may leave them shorter, end earlier. The file may break no rule, nor hold any other stream.
+/// be so; one that changes may stand as `midway` tells. The file may break no rule, nor hold any
+/// other stream.
 /// @return what is wrong, empty if nothing
 std::string CheckBetween(const std::string& path, const Values& before, const Values& after,
-                         bool shorter = false, Rules rules = Rules::kAfterFault);
+                         Midway midway = Midway::kBetween, Rules rules = Rules::kAfterFault);
 /// Of a file that may be damaged where the steps change it: what else differs, and what cannot be
 /// read without a rule being named. Where a rule is named, streams may be out of reach in a folder
 /// whose own blocks a step rewrites.

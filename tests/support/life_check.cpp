@@ -6,13 +6,16 @@
 namespace aostorage::testing {
 namespace {
 
-// A final write that shortens lowers `used` before `length`. In between the stream goes on behind
-// its new end with what lies in the blocks behind, which may be older than `before`: nothing can be
-// said of these bytes but that they are no more than there were.
-bool MayBeBetween(const Bytes& value, const Bytes& before, const Bytes& after, bool shorter) {
-  if (shorter && value.size() > after.size() && value.size() <= before.size())
-    return MayBeBetween(Slice(value, 0, after.size()), Slice(before, 0, after.size()), after, true);
-  if (!shorter && value.size() < std::min(before.size(), after.size())) return false;
+// Where a final write has lowered `used` and not yet `length`, the stream goes on behind its new
+// end with what lies in the blocks behind, which may be older than `before`: nothing can be said of
+// these bytes but that they are no more than there were.
+bool MayBeBetween(const Bytes& value, const Bytes& before, const Bytes& after, Midway midway) {
+  if (midway != Midway::kBetween && value.size() > after.size() && value.size() <= before.size()) {
+    return MayBeBetween(Slice(value, 0, after.size()), Slice(before, 0, after.size()), after,
+                        midway);
+  }
+  if (midway != Midway::kEmptied && value.size() < std::min(before.size(), after.size()))
+    return false;
   if (value.size() > std::max(before.size(), after.size())) return false;
   for (std::size_t i = 0; i < value.size(); ++i) {
     const bool old = i < before.size() && value[i] == before[i];
@@ -65,7 +68,7 @@ const Bytes& ValueIn(const Values& values, const std::string& name) {
 }  // namespace
 
 std::string CheckBetween(const std::string& path, const Values& before, const Values& after,
-                         bool shorter, Rules rules) {
+                         Midway midway, Rules rules) {
   std::vector<std::string> names;
   std::string wrong = CheckFile(path, rules, &names);
   for (const std::string& name : names) {
@@ -83,7 +86,7 @@ std::string CheckBetween(const std::string& path, const Values& before, const Va
       wrong += name + " is gone\n";
     if (stream == nullptr || stream->IsFolder() != 0) continue;
     if (!Reader::Read(*stream, value)) return wrong + name + " cannot be read";
-    if (!MayBeBetween(value, ValueIn(before, name), ValueIn(after, name), shorter))
+    if (!MayBeBetween(value, ValueIn(before, name), ValueIn(after, name), midway))
       wrong += name + " holds " + std::to_string(value.size()) +
                " bytes that it never had, between " + std::to_string(ValueIn(before, name).size()) +
                " and " + std::to_string(ValueIn(after, name).size()) + "\n";

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <random>
 
+#include "support/size.h"
+
 namespace aostorage::testing {
 namespace {
 
@@ -46,8 +48,9 @@ std::vector<unsigned> HistorySeeds(std::size_t count) {
   if (const char* replayed = std::getenv("AOSTORAGE_TEST_SEED")) {
     return {static_cast<unsigned>(std::strtoul(replayed, nullptr, 10))};
   }
-  std::vector<unsigned> seeds{std::random_device{}()};
+  std::vector<unsigned> seeds;
   while (seeds.size() < count) seeds.push_back(static_cast<unsigned>(seeds.size()));
+  if (FullSize()) seeds.push_back(std::random_device{}());
   return seeds;
 }
 

@@ -200,7 +200,8 @@ class Comparison {
   }
 
   Result TakePlain(std::uint32_t inLeft, std::uint32_t inRight) {
-    const bool whole = IsWhole(left, inLeft) & IsWhole(right, inRight);  // both are to be told
+    const bool leftWhole = IsWhole(left, inLeft);  // both are to be told
+    const bool whole = IsWhole(right, inRight) && leftWhole;
     if (!whole) return {};
     const std::uint32_t oneLength = left.Tree().At(inLeft).header.length;
     const std::uint32_t otherLength = right.Tree().At(inRight).header.length;

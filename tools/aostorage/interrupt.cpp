@@ -18,7 +18,8 @@ void Catch(int signal) {
   struct sigaction action {};
   action.sa_handler = Remember;
   ::sigemptyset(&action.sa_mask);
-  action.sa_flags = SA_RESETHAND;  // without SA_RESTART: a read that waits for input ends
+  action.sa_flags =
+      static_cast<int>(SA_RESETHAND);  // without SA_RESTART: a read that waits for input ends
   ::sigaction(signal, &action, nullptr);
 }
 

@@ -132,7 +132,8 @@ std::uint64_t CountedSlots(const Inspection& source, const InspectedStream& stre
     const auto piece = static_cast<std::size_t>(std::min<std::uint64_t>(used, sizeof word - have));
     have += source.Read(block.offset + kBlockHeaderSize, word + have, piece);
   }
-  return word[0] | word[1] << 8U | word[2] << 16U | std::uint64_t{word[3]} << 24U;
+  return std::uint64_t{word[0]} | std::uint64_t{word[1]} << 8U | std::uint64_t{word[2]} << 16U |
+         std::uint64_t{word[3]} << 24U;
 }
 
 // A creation that was broken off leaves one slot that is not counted.

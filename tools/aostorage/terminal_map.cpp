@@ -21,7 +21,7 @@ std::uint64_t BytesPerCell(std::uint64_t fileSize) {
   const std::uint64_t least =
       std::max<std::uint64_t>(1, (fileSize + kColumns * kMostRows - 1) / (kColumns * kMostRows));
   for (std::uint64_t power = 1;; power *= 10) {
-    for (const std::uint64_t digit : {1, 2, 5}) {
+    for (const std::uint64_t digit : {1U, 2U, 5U}) {
       if (digit * power >= least) return digit * power;
     }
   }
