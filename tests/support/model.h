@@ -12,8 +12,9 @@
 
 namespace aostorage::testing {
 
-/// Seeds for `count` histories, the same in each run; in full size also one that is new in each. The
-/// environment variable AOSTORAGE_TEST_SEED replays a single one. Put the seed into a SCOPED_TRACE.
+/// Seeds for `count` histories, the same in each run; in full size also one that is new in each.
+/// The environment variable AOSTORAGE_TEST_SEED replays a single one. Put the seed into a
+/// SCOPED_TRACE.
 std::vector<unsigned> HistorySeeds(std::size_t count);
 
 struct ModelBlock {
