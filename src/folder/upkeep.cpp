@@ -1,6 +1,7 @@
 // Renaming streams and vacating their slots.
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -33,6 +34,23 @@ bool IsStrayChild(const StreamCore& stream) {
   return !stream.IsChild() && stream.Locator().directoryOffset == 0;
 }
 
+// As VacateSlot, but where the record cannot be written, what is known of its folder stays: nobody
+// knows by then whether it is true.
+bool Vacate(StreamCore& stream, StreamCore::Sharing sharing) {
+  StorageCore& storage = stream.Storage();
+  const std::string name = stream.Header().name;
+  if (sharing == StreamCore::Sharing::kLasting) stream.CloseInRegistry();
+  if (stream.IsRemoved())
+    return true;  // through another object; the slot may be somebody else's by now
+  if (!stream.IsChild()) LeaveMap(stream);
+  if (!stream.WriteVacated()) return false;
+  if (IsStrayChild(stream)) storage.ForgetIndexes();
+  if (!stream.IsChild()) storage.directory.SlotVacated(stream.Locator());
+  stream.ChangeFolderIndex(
+      [&](FolderIndex& index) { index.SlotVacated(stream.SlotIndex(), name); });
+  return true;
+}
+
 }  // namespace
 
 bool RenameStream(StreamCore& stream, const char* newName) {
@@ -63,21 +81,9 @@ bool RenameStream(StreamCore& stream, const char* newName) {
 }
 
 bool VacateSlot(StreamCore& stream, StreamCore::Sharing sharing) {
-  StorageCore& storage = stream.Storage();
-  const std::string name = stream.Header().name;
-  if (sharing == StreamCore::Sharing::kLasting) stream.CloseInRegistry();
-  if (stream.IsRemoved())
-    return true;  // through another object; the slot may be somebody else's by now
-  if (!stream.IsChild()) LeaveMap(stream);
-  if (!stream.WriteVacated()) {
-    stream.ForgetFolderIndex();
-    return false;
-  }
-  if (IsStrayChild(stream)) storage.ForgetIndexes();
-  if (!stream.IsChild()) storage.directory.SlotVacated(stream.Locator());
-  stream.ChangeFolderIndex(
-      [&](FolderIndex& index) { index.SlotVacated(stream.SlotIndex(), name); });
-  return true;
+  if (Vacate(stream, sharing)) return true;
+  stream.ForgetFolderIndex();
+  return false;
 }
 
 bool RemoveWhole(StreamCore& stream) {
@@ -105,38 +111,52 @@ bool RemoveChildren(StreamCore& top) {
     while (!levels.empty()) levels.pop_back();  // the deepest first
     return false;
   };
+  // Forgets what is known of the folders once and at the end, however many records could not be
+  // written: each of them would have its folder read again from the start.
+  struct Unwritten {
+    explicit Unwritten(StorageCore& of) : storage(of) {}
+    ~Unwritten() {
+      if (any) storage.ForgetIndexes();
+    }
+    StorageCore& storage;
+    bool any = false;
+  } unwritten(top.Storage());
   // Folders may share their chains, each with many others: that the work ends is not enough.
   constexpr std::uint64_t kMostRounds = 2;
   const std::uint64_t room = top.Storage().file.Size().value_or(0) * kMostRounds;
   std::uint64_t bytesMet = 0;
+  // Of the deepest folder: what its scan has read ahead serves the steps that follow.
+  std::optional<ChildStreams> children;
   levels.emplace_back(&top, nullptr);
   while (!levels.empty()) {
     if (levels.size() == levels.capacity())
       levels.reserve(2 * levels.size());  // before anything is opened
     Level& level = levels.back();
     std::unique_ptr<StreamCore> child;
-    ChildStreams children(*level.folder);
+    if (!children) children.emplace(*level.folder);
     Attempt walking;
-    const ChildStreams::Walk step =
-        children.OpenNext(level.slotIndex, !level.started, kWriteFlags, child, Sharing::kMomentary);
-    if (step == ChildStreams::Walk::kCutOff && children.IsUnbegun()) walking.Forget();
+    const ChildStreams::Walk step = children->OpenNext(level.slotIndex, !level.started, kWriteFlags,
+                                                       child, Sharing::kMomentary);
+    if (step == ChildStreams::Walk::kCutOff && children->IsUnbegun()) walking.Forget();
     level.started = true;
     if (step == ChildStreams::Walk::kLeadsBack) return leaveAll();
     if (step == ChildStreams::Walk::kOpened && child->IsFolder()) {
+      children.reset();
       StreamCore* folder = child.get();
       levels.emplace_back(folder, std::move(child));
     } else if (step == ChildStreams::Walk::kOpened) {
       // A child whose slot cannot be rewritten stays behind; its folder goes all the same.
-      static_cast<void>(VacateSlot(*child, Sharing::kMomentary));
+      unwritten.any = !Vacate(*child, Sharing::kMomentary) || unwritten.any;
     } else {
-      bytesMet += children.BytesPassed();
+      bytesMet += children->BytesPassed();
+      children.reset();
       if (bytesMet > room) {
         Fail(ErrorCode::kContradiction, level.folder->Locator().headerOffset);
         return leaveAll();
       }
       const std::unique_ptr<StreamCore> done = std::move(level.owned);
       levels.pop_back();
-      if (done != nullptr) static_cast<void>(VacateSlot(*done, Sharing::kLasting));
+      if (done != nullptr) unwritten.any = !Vacate(*done, Sharing::kLasting) || unwritten.any;
     }
   }
   return true;

@@ -116,6 +116,22 @@ TEST_F(FolderUpkeep, AChildThatIsNotSharedStopsListsAndRemovals) {
   EXPECT_EQ(Slice(File(), kept.recordOffset, 5), (Bytes{0xFC, 0xFC, 0xFC, 0xFC, 'b'}));
 }
 
+TEST_F(FolderUpkeep, ARemovalThatCannotWriteReadsEachRecordOnce) {
+  Names names;
+  for (int i = 0; i < 500; ++i) names.push_back(std::to_string(i));
+  Make(names);
+  folder.reset();
+  storage.reset(aoStorage::Open(path.c_str(), kReadFlags, 0));
+  folder = Root("f", kReadFlags);
+  const Bytes before = File();
+  Watch watch;
+  folder->ClearFolder();
+  EXPECT_LE(watch.Count(Call::kWrite), 500U);
+  EXPECT_LE(watch.Count(Call::kRead), 50U) << "no scan of the folder for each child";
+  EXPECT_EQ(File(), before);
+  EXPECT_TRUE(Child("499", kReadFlags)) << "nothing is forgotten";
+}
+
 TEST_F(FolderUpkeep, RenamesCutTheNameAndMoveTheRecordOfTheRegistry) {
   Make({"a", "b"});
   const std::string sixty(60, 'x');
