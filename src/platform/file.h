@@ -72,6 +72,7 @@ class File {
 
   // Bytes read, below `count` only at the end of the file; nothing on failure.
   std::optional<std::size_t> ReadAt(std::uint64_t offset, void* buffer, std::size_t count) {
+    if (mapped != nullptr) return ReadMapped(offset, buffer, count);
     return window == nullptr ? ReadThrough(offset, buffer, count)
                              : window->Read(*this, offset, buffer, count);
   }
@@ -93,6 +94,11 @@ class File {
   // All that was written has reached the disk. Once it has failed, nobody knows what has: from then
   // on no write and no further call succeeds.
   [[nodiscard]] bool SyncData();
+
+  // Serves reads from a mapping of the file from now on, or no longer. While a read lies inside the
+  // size that is known, it costs no call; a file that is cut short from outside ends the process.
+  // @return whether it is as asked; false with the reason noted where no mapping can be had
+  bool UseMapping(bool on);
 
   // Keeps what is written at the end in memory for a while, to write it in large pieces. Until
   // EndWindow nobody else may use the file. About `expected` bytes are to come.
@@ -130,6 +136,7 @@ class File {
 
   void Swap(File& other) noexcept {
     std::swap(descriptor, other.descriptor);
+    std::swap(mapped, other.mapped);
     std::swap(identity, other.identity);
     std::swap(knownSize, other.knownSize);
     std::swap(expectedSize, other.expectedSize);
@@ -138,6 +145,7 @@ class File {
     std::swap(syncError, other.syncError);
     std::swap(window, other.window);
   }
+  std::optional<std::size_t> ReadMapped(std::uint64_t offset, void* buffer, std::size_t count);
   std::optional<std::size_t> ReadThrough(std::uint64_t offset, void* buffer, std::size_t count);
   [[nodiscard]] bool WriteThrough(std::uint64_t offset, const Stretch* stretches,
                                   std::size_t stretchCount);
@@ -151,6 +159,9 @@ class File {
   bool FailCall(std::uint64_t offset = kNoFileOffset) const;
 
   int descriptor = -1;
+  // All that can be reached of the file, however long it is; what lies behind its end must not be
+  // touched.
+  const std::uint8_t* mapped = nullptr;
   FileIdentity identity;
   std::uint64_t knownSize = 0;     // grows with what is seen and written
   std::uint64_t expectedSize = 0;  // the size that the file has if nobody else appends

@@ -6,6 +6,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/uio.h>
@@ -36,6 +37,10 @@ inline ssize_t Write(int descriptor, const void* data, size_t count, off_t offse
 inline ssize_t Write(int descriptor, const iovec* pieces, int pieceCount, off_t offset) {
   return ::pwritev(descriptor, pieces, pieceCount, offset);
 }
+inline void* MapForReading(int descriptor, size_t count) {
+  return ::mmap(nullptr, count, PROT_READ, MAP_SHARED | MAP_NORESERVE, descriptor, 0);
+}
+inline int Unmap(void* place, size_t count) { return ::munmap(place, count); }
 inline int Truncate(int descriptor, off_t size) { return ::ftruncate(descriptor, size); }
 inline int Sync(int descriptor) { return ::fsync(descriptor); }
 inline int SyncData(int descriptor) { return ::fdatasync(descriptor); }

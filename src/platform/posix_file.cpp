@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <memory>
 
 #include "platform/file.h"
@@ -61,7 +62,38 @@ bool File::LearnStatus() {
 void File::Delete(const std::string& path) { posix::Unlink(path.c_str()); }
 
 void File::Close() {
+  UseMapping(false);
   if (descriptor >= 0) posix::Close(std::exchange(descriptor, -1));
+}
+
+bool File::UseMapping(bool on) {
+  constexpr auto kRange = static_cast<std::size_t>(kReachableEnd);
+  if (!on) {
+    if (mapped != nullptr) posix::Unmap(const_cast<std::uint8_t*>(mapped), kRange);
+    mapped = nullptr;
+    return true;
+  }
+  if (mapped != nullptr) return true;
+  void* const place = posix::MapForReading(descriptor, kRange);
+  if (place == MAP_FAILED) return FailCall();
+  mapped = static_cast<const std::uint8_t*>(place);
+  return true;
+}
+
+std::optional<std::size_t> File::ReadMapped(std::uint64_t offset, void* buffer,
+                                            std::size_t count) {
+  if (offset >= kReachableEnd) {
+    Fail(ErrorCode::kOutOfRange, offset);
+    return std::nullopt;
+  }
+  count = static_cast<std::size_t>(std::min<std::uint64_t>(count, kReachableEnd - offset));
+  if (offset + count > knownSize) {
+    if (!AskStatus()) return std::nullopt;
+    const std::uint64_t there = knownSize - std::min(offset, knownSize);
+    count = static_cast<std::size_t>(std::min<std::uint64_t>(count, there));
+  }
+  if (count != 0) std::memcpy(buffer, mapped + offset, count);
+  return count;
 }
 
 std::optional<std::size_t> File::ReadThrough(std::uint64_t offset, void* buffer,
@@ -92,7 +124,7 @@ std::optional<std::size_t> File::ReadThrough(std::uint64_t offset, void* buffer,
 std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* first, std::size_t firstCount,
                                         void* second, std::size_t secondCount) {
   ssize_t got = 0;
-  if (window == nullptr && offset + firstCount + secondCount <= kReachableEnd) {
+  if (window == nullptr && mapped == nullptr && offset + firstCount + secondCount <= kReachableEnd) {
     const std::array<iovec, 2> pieces{{{first, firstCount}, {second, secondCount}}};
     got = posix::Repeated([&] {
       return posix::Read(descriptor, pieces.data(), static_cast<int>(pieces.size()),

@@ -86,6 +86,11 @@ bool aoStorage::Sync() {
   return core->file.SyncData();
 }
 
+bool aoStorage::UseMapping(bool on) {
+  const Operation operation("aoStorage::UseMapping");
+  return core->file.UseMapping(on);
+}
+
 aoStream* aoStorage::CreateStream(const char* name, std::uint32_t packedKind, std::uint32_t flags) {
   return StreamMaker::Make("aoStorage::CreateStream", [&] {
     return RootStreams(core).Create(name, packedKind, flags, false);
