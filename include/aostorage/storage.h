@@ -113,9 +113,9 @@ class AOSTORAGE_API aoStorage {
   /// system when it returns, and what others write to the file is seen as before. Off at the start.
   ///
   /// The price: where somebody cuts the file short while it is mapped, or its disk fails, a read
-  /// does not fail but ends the process with a signal (SIGBUS). This library shortens a file only in
-  /// Create on its path and in a Recreate that cannot put a new file in its place. The mapping takes
-  /// 2 GiB of the process's addresses, and no memory.
+  /// does not fail but ends the process with a signal (SIGBUS). This library shortens a file only
+  /// in Create on its path and in a Recreate that cannot put a new file in its place. The mapping
+  /// takes 2 GiB of the process's addresses, and no memory.
   /// @return true when it is as asked. False where no mapping can be had (no addresses, a file
   /// system without): reads go on as before.
   bool UseMapping(bool on);

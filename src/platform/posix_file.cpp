@@ -80,8 +80,7 @@ bool File::UseMapping(bool on) {
   return true;
 }
 
-std::optional<std::size_t> File::ReadMapped(std::uint64_t offset, void* buffer,
-                                            std::size_t count) {
+std::optional<std::size_t> File::ReadMapped(std::uint64_t offset, void* buffer, std::size_t count) {
   if (offset >= kReachableEnd) {
     Fail(ErrorCode::kOutOfRange, offset);
     return std::nullopt;
@@ -124,7 +123,8 @@ std::optional<std::size_t> File::ReadThrough(std::uint64_t offset, void* buffer,
 std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* first, std::size_t firstCount,
                                         void* second, std::size_t secondCount) {
   ssize_t got = 0;
-  if (window == nullptr && mapped == nullptr && offset + firstCount + secondCount <= kReachableEnd) {
+  if (window == nullptr && mapped == nullptr &&
+      offset + firstCount + secondCount <= kReachableEnd) {
     const std::array<iovec, 2> pieces{{{first, firstCount}, {second, secondCount}}};
     got = posix::Repeated([&] {
       return posix::Read(descriptor, pieces.data(), static_cast<int>(pieces.size()),
