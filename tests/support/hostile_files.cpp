@@ -82,6 +82,18 @@ void AddDirectoryShapes(std::vector<HostileFile>& shapes) {
         "directory that leads to " + std::to_string(next),
         [=](auto& file) { Put32(file.bytes, 40, next); }, next == 0));
   }
+  shapes.push_back(Shape("directories that overlap", [](auto& file) {
+    constexpr std::uint32_t kBlocks = 5000, kStep = 20;
+    const std::uint32_t first = End(file);
+    file.bytes.resize(first + kBlocks * kStep + kDirectorySize);
+    for (std::uint32_t at = first; at < first + kBlocks * kStep; at += kStep) {
+      Put32(file.bytes, at, kDirectoryMagic);
+      Put32(file.bytes, at + 4, 64);
+      Put32(file.bytes, at + 8, at + kStep);
+      Put32(file.bytes, at + 16, at | 0x01010101);  // one name more
+    }
+    Put32(file.bytes, 40, first);
+  }));
   shapes.push_back(Shape("names", [](auto& file) {
     std::uint32_t slot = 6;
     for (const char* name : {"..", "/", "a/b", "\x01\x1f\x7f", "target", "target", "\xff\xfe"})
