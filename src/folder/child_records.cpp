@@ -39,6 +39,7 @@ FolderIndex* ChildRecords::Index() {
   if (shared.index == nullptr) {
     scan.emplace(storage.file, ChainCursor::AtStart(shared.OnDisk().firstBlock),
                  shared.OnDisk().length);
+    scan->CountInto(walked);
     std::uint32_t count = 0;
     const ChildScan::Result read =
         shared.OnDisk().firstBlock == 0 ? ChildScan::Result::kEnd : scan->ReadCount(count);
@@ -68,7 +69,10 @@ std::uint32_t ChildRecords::BytesBehind(const FolderIndex& index) const {
 ChildRecords::Result ChildRecords::ScanSlot(FolderIndex& index, ChildRecord& record) {
   // Another operation on this folder may have taken slots into the index meanwhile.
   if (scan && scan->Cursor().position != index.End().position) scan.reset();
-  if (!scan) scan.emplace(storage.file, index.End(), BytesBehind(index));
+  if (!scan) {
+    scan.emplace(storage.file, index.End(), BytesBehind(index));
+    scan->CountInto(walked);
+  }
   switch (scan->ReadRecord(record.header)) {
     case ChildScan::Result::kFailed:
       return Result::kFailed;
@@ -303,6 +307,7 @@ ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint
   // A walk goes on where its last step ended.
   const bool goesOn = index.BehindSlot() > index.Scanned() && index.BehindSlot() <= slotIndex;
   ChildScan further(storage.file, goesOn ? index.BehindCursor() : index.End(), kRecordSize);
+  further.CountInto(walked);
   for (std::uint32_t i = goesOn ? index.BehindSlot() : index.Scanned();; ++i) {
     const ChainCursor here = further.Cursor();
     const ChildScan::Result result = further.ReadRecord(record.header);
@@ -337,7 +342,10 @@ bool ChildRecords::HasAllSlots() {
   if (index == nullptr || index->Scanned() < index->CountWord()) return false;
   const std::uint32_t length = folder.Shared()->OnDisk().length;
   ChainCursor end = index->End();
-  return end.position >= length || end.Skip(storage.file, length - end.position);
+  const std::uint32_t stepsBefore = end.steps;
+  const bool hasAll = end.position >= length || end.Skip(storage.file, length - end.position);
+  walked += std::uint64_t{end.steps - stepsBefore} * BlockHeader::kSize;
+  return hasAll;
 }
 
 void ChildRecords::PlaceBehind(const FolderIndex& index, const ChildRecord& record) {

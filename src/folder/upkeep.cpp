@@ -106,9 +106,8 @@ bool RemoveChildren(StreamCore& top) {
     return false;
   };
   // Folders may share their chains, each with many others: that the work ends is not enough.
-  constexpr std::uint64_t kMostRounds = 2;
   const std::uint64_t room = top.Storage().file.Size().value_or(0) * kMostRounds;
-  std::uint64_t bytesMet = 0;
+  std::uint64_t walked = 0;
   levels.emplace_back(&top, nullptr);
   while (!levels.empty()) {
     if (levels.size() == levels.capacity())
@@ -121,6 +120,11 @@ bool RemoveChildren(StreamCore& top) {
         children.OpenNext(level.slotIndex, !level.started, kWriteFlags, child, Sharing::kMomentary);
     if (step == ChildStreams::Walk::kCutOff && children.IsUnbegun()) walking.Forget();
     level.started = true;
+    walked += children.BytesWalked();
+    if (walked > room) {
+      Fail(ErrorCode::kContradiction, level.folder->Locator().headerOffset);
+      return leaveAll();
+    }
     if (step == ChildStreams::Walk::kLeadsBack) return leaveAll();
     if (step == ChildStreams::Walk::kOpened && child->IsFolder()) {
       StreamCore* folder = child.get();
@@ -129,11 +133,6 @@ bool RemoveChildren(StreamCore& top) {
       // A child whose slot cannot be rewritten stays behind; its folder goes all the same.
       static_cast<void>(VacateSlot(*child, Sharing::kMomentary));
     } else {
-      bytesMet += children.BytesPassed();
-      if (bytesMet > room) {
-        Fail(ErrorCode::kContradiction, level.folder->Locator().headerOffset);
-        return leaveAll();
-      }
       const std::unique_ptr<StreamCore> done = std::move(level.owned);
       levels.pop_back();
       if (done != nullptr) static_cast<void>(VacateSlot(*done, Sharing::kLasting));

@@ -162,6 +162,25 @@ void AddChainShapes(std::vector<HostileFile>& shapes) {
       folders.push_back(StreamRecord(std::to_string(i), true, 80004, first));
     AddFolder(file, folders);
   }));
+  // What holds no byte is passed all the same: for a count word, for a slot, for the length.
+  for (const std::uint32_t count : {0U, 1U, 99U}) {
+    shapes.push_back(
+        Shape("2,000 folders that count " + std::to_string(count) + " on one row of empty blocks",
+              [=](auto& file) {
+                std::uint32_t first = AddRow(file, 4000, 0);
+                if (count != 99) {
+                  const std::uint32_t row = first;
+                  Bytes word = FolderPayload({});
+                  Put32(word, 0, count);
+                  first = file.AddChain(word);
+                  Put32(file.bytes, first + 16, row);
+                }
+                Records folders;
+                for (int i = 0; i < 2000; ++i)
+                  folders.push_back(StreamRecord(std::to_string(i), true, 84, first));
+                AddFolder(file, folders);
+              }));
+  }
 }
 
 // --- Folders
