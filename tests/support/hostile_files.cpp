@@ -181,6 +181,38 @@ void AddChainShapes(std::vector<HostileFile>& shapes) {
                 AddFolder(file, folders);
               }));
   }
+  // Each block leads far away, so that no read brings two of them.
+  shapes.push_back(Shape(
+      "blocks to and fro",
+      [](auto& file) {
+        constexpr std::uint32_t kBlocks = 40009, kData = 60, kSize = kBlockHeaderSize + kData;
+        const std::uint32_t first = End(file);
+        file.bytes.resize(first + kBlocks * kSize, 'd');
+        const auto at = [=](std::uint64_t i) {
+          return first + static_cast<std::uint32_t>(i * 17989 % kBlocks) * kSize;
+        };
+        for (std::uint32_t i = 0; i < kBlocks; ++i) {
+          PutBlock(file, at(i), kSize, kSize, i + 1 < kBlocks ? at(i + 1) : 0);
+          if (i > 0) Put32(file.bytes, at(i) + 12, at(i - 1));
+        }
+        PutTarget(file, kBlocks * kData, first);
+      },
+      true));
+  // Every other block of a lost chain lies in the data of one that is seen, so that each of the
+  // others looks like the first of a chain. The two kinds lie a page cache apart.
+  shapes.push_back(Shape("lost blocks, every other one hidden", [](auto& file) {
+    constexpr std::uint32_t kBlocks = 2000, kApart = 1 << 20;
+    const std::uint32_t first = End(file), large = first + kBlocks * kBlockHeaderSize;
+    file.bytes.resize(first + kApart + kBlocks * kBlockHeaderSize, 'd');
+    PutBlock(file, large, End(file) - large, End(file) - large, 0);
+    for (std::uint32_t i = 0; i < kBlocks; ++i) {
+      const std::uint32_t seen = first + i * kBlockHeaderSize, hidden = seen + kApart;
+      PutBlock(file, seen, 20, 20, hidden);
+      PutBlock(file, hidden, 20, 20, i + 1 < kBlocks ? seen + kBlockHeaderSize : 0);
+      Put32(file.bytes, hidden + 12, seen);
+      if (i > 0) Put32(file.bytes, seen + 12, hidden - kBlockHeaderSize);
+    }
+  }));
 }
 
 // --- Folders
