@@ -39,6 +39,7 @@ FolderIndex* ChildRecords::Index() {
   if (shared.index == nullptr) {
     scan.emplace(storage.file, ChainCursor::AtStart(shared.OnDisk().firstBlock),
                  shared.OnDisk().length);
+    scan->CountInto(walked);
     std::uint32_t count = 0;
     const ChildScan::Result read =
         shared.OnDisk().firstBlock == 0 ? ChildScan::Result::kEnd : scan->ReadCount(count);
@@ -68,7 +69,10 @@ std::uint32_t ChildRecords::BytesBehind(const FolderIndex& index) const {
 ChildRecords::Result ChildRecords::ScanSlot(FolderIndex& index, ChildRecord& record) {
   // Another operation on this folder may have taken slots into the index meanwhile.
   if (scan && scan->Cursor().position != index.End().position) scan.reset();
-  if (!scan) scan.emplace(storage.file, index.End(), BytesBehind(index));
+  if (!scan) {
+    scan.emplace(storage.file, index.End(), BytesBehind(index));
+    scan->CountInto(walked);
+  }
   switch (scan->ReadRecord(record.header)) {
     case ChildScan::Result::kFailed:
       return Result::kFailed;
@@ -204,7 +208,7 @@ ChildRecords::Step ChildRecords::AddInVacated(FolderIndex& index, std::uint32_t 
   record.header = NewStreamHeader(name, packedKind, lastBlock, firstBlock);
   const StreamHeader::Bytes bytes = StreamHeader::Encode(record.header);
   // Straight to its place: a block's room behind `used` is none of it.
-  if (!storage.WriteHeader(record.place, 0, bytes.data(), bytes.size()) ||
+  if (!storage.WriteNewHeader(record.place, bytes) ||
       !folder.Lengthen(FolderPayload::SlotPosition(slotIndex + 1))) {
     Forget();
     return Step::kFailed;
@@ -238,14 +242,16 @@ bool ChildRecords::Append(FolderIndex& index, const char* name, std::uint32_t pa
 bool ChildRecords::WriteCount() {
   FolderIndex* index = folder.Shared()->index.get();
   const std::uint32_t count = folder.ChildCount();
-  std::array<std::uint8_t, FolderPayload::kCountSize> bytes{};
+  std::array<std::uint8_t, FolderPayload::kCountSize> bytes{}, before{};
   Store32(bytes.data(), count);
   folder.Rewind();
   bool written = false;
   if (index != nullptr) {
-    written = (index->CountWord() == count ||
-               storage.WriteHeader(index->CountPlace(), 0, bytes.data(), bytes.size())) &&
-              folder.Lengthen(FolderPayload::kCountSize);
+    Store32(before.data(), index->CountWord());
+    written =
+        (index->CountWord() == count || storage.WriteWords(index->CountPlace(), 0, before.data(),
+                                                           bytes.data(), bytes.size(), {0})) &&
+        folder.Lengthen(FolderPayload::kCountSize);
     if (index->CountPlace().IsWhole()) folder.SkipLoaded(FolderPayload::kCountSize);
   } else {
     written =
@@ -280,7 +286,10 @@ ChildRecords::Result ChildRecords::NextInUse(std::uint32_t& slotIndex, bool boun
       slotIndex = std::max(slotIndex, index->Scanned());
       return bounded ? Result::kAbsent : NextBehindCount(*index, slotIndex, record);
     }
-    if (!justRead && !ReadSlot(*index, *next, record)) return Result::kFailed;
+    if (!justRead) {
+      walked += kRecordSize;
+      if (!ReadSlot(*index, *next, record)) return Result::kFailed;
+    }
     if (!justRead && !begunHere && (!IsInUse(record.header) || !HasMagic(record.header))) {
       Forget();  // changed by another handle, perhaps: a fresh scan tells
       continue;
@@ -303,6 +312,7 @@ ChildRecords::Result ChildRecords::NextBehindCount(FolderIndex& index, std::uint
   // A walk goes on where its last step ended.
   const bool goesOn = index.BehindSlot() > index.Scanned() && index.BehindSlot() <= slotIndex;
   ChildScan further(storage.file, goesOn ? index.BehindCursor() : index.End(), kRecordSize);
+  further.CountInto(walked);
   for (std::uint32_t i = goesOn ? index.BehindSlot() : index.Scanned();; ++i) {
     const ChainCursor here = further.Cursor();
     const ChildScan::Result result = further.ReadRecord(record.header);
@@ -337,7 +347,10 @@ bool ChildRecords::HasAllSlots() {
   if (index == nullptr || index->Scanned() < index->CountWord()) return false;
   const std::uint32_t length = folder.Shared()->OnDisk().length;
   ChainCursor end = index->End();
-  return end.position >= length || end.Skip(storage.file, length - end.position);
+  const std::uint32_t stepsBefore = end.steps;
+  const bool hasAll = end.position >= length || end.Skip(storage.file, length - end.position);
+  walked += std::uint64_t{end.steps - stepsBefore} * BlockHeader::kSize;
+  return hasAll;
 }
 
 void ChildRecords::PlaceBehind(const FolderIndex& index, const ChildRecord& record) {

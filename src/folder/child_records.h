@@ -56,6 +56,9 @@ class ChildRecords {
   bool LacksCount() const { return lacksCount; }
   // Bytes of the folder that were passed, with the headers of the blocks that they lie in.
   std::uint64_t BytesPassed();
+  // Bytes that this object has passed on its way, the headers of their blocks included, whether
+  // they led anywhere or not.
+  std::uint64_t BytesWalked() const { return walked; }
   // After a walk to the end: whether the folder has all the slots that its count word and its
   // length promise.
   bool HasAllSlots();
@@ -87,6 +90,7 @@ class ChildRecords {
   StreamCore& folder;
   StorageCore& storage;
   int exceptionsBefore;
+  std::uint64_t walked = 0;
   std::optional<ChildScan> scan;  // going on where the index ends
   bool begunHere = false;         // the index was begun in this operation
   bool lacksCount = false;

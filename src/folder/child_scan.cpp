@@ -51,10 +51,12 @@ ChildScan::Result ChildScan::ReadBytes(std::uint8_t* out, std::uint32_t count) {
       pieces.push_back({cursor.block, static_cast<std::uint32_t>(cursor.FileOffset()), chunk});
       if (!window.Read(cursor.FileOffset(), out + done, chunk)) return stay(Result::kFailed);
       cursor.Advance(chunk);
+      Count(chunk);
       done += chunk;
     }
     if (done == count) return Result::kRecord;
     if (cursor.header.nextBlock == 0) return stay(Result::kEnd);
+    Count(BlockHeader::kSize);
     if (!cursor.Step(window.Source())) return stay(Result::kFailed);
   }
 }

@@ -62,6 +62,9 @@ class ChildScan {
   const ChainCursor& Cursor() const { return cursor; }
   // Where in the file the bytes read last lie.
   const FilePieces& Pieces() const { return pieces; }
+  // Adds the bytes passed from now on, with the headers of their blocks, to `total`: also those of
+  // a read that came to nothing.
+  void CountInto(std::uint64_t& total) { walked = &total; }
 
  private:
   // Most folders are small: there may be as many as the file has room for.
@@ -71,9 +74,14 @@ class ChildScan {
   Result ReadBytes(std::uint8_t* out, std::uint32_t count);
   [[nodiscard]] bool Load();
 
+  void Count(std::uint32_t count) {
+    if (walked != nullptr) *walked += count;
+  }
+
   FileWindow window;
   ChainCursor cursor;
   FilePieces pieces;
+  std::uint64_t* walked = nullptr;
 };
 
 }  // namespace aostorage::detail

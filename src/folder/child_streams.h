@@ -62,6 +62,7 @@ class ChildStreams {
     return records.LacksCount() && folder.Header().length < FolderPayload::kCountSize;
   }
   std::uint64_t BytesPassed() { return records.BytesPassed(); }
+  std::uint64_t BytesWalked() const { return records.BytesWalked(); }
 
  private:
   std::unique_ptr<StreamCore> OpenRecord(const ChildRecord& record, std::uint32_t flags,
@@ -70,6 +71,10 @@ class ChildStreams {
   ChildRecords records;
   bool counted = true;
 };
+
+// A walk over a tree passes the bytes of its folders once, and some of them a second time where an
+// index had to be given up. More rounds than these over the whole file are damage.
+inline constexpr std::uint64_t kMostRounds = 2;
 
 // Ends a stream that was opened with a record in its registry.
 struct CountedStreamEnder {

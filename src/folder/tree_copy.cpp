@@ -50,7 +50,8 @@ void TreeCopy::CopyPlain(StreamCore& from, StreamCore* to) {
 
 bool TreeCopy::HasRoom() {
   if (givenUp) return false;
-  if (bytesMet <= room && recordsMet * StreamHeader::kSize <= room) return true;
+  if (bytesMet <= room && recordsMet * StreamHeader::kSize <= room && walked <= kMostRounds * room)
+    return true;
   givenUp = metFailure = true;
   return Fail(ErrorCode::kContradiction);
 }
@@ -63,7 +64,7 @@ bool TreeCopy::Witnessed(const tag_aoStream& header, const std::uint8_t* data, s
 
 void TreeCopy::Enter(StreamCore* from, CountedStream fromOwned, StreamCore* to,
                      CountedStream toOwned) {
-  if (!levels.empty()) levels.back().children.reset();
+  if (!levels.empty()) LeaveChildren(levels.back());
   Level level;
   level.from = from;
   level.to = to;
@@ -161,8 +162,15 @@ CountedStream TreeCopy::Counterpart(StreamCore& folder, const tag_aoStream& chil
   return children.IsCounted() ? std::move(counterpart) : nullptr;
 }
 
+void TreeCopy::LeaveChildren(Level& level) {
+  if (level.children == nullptr) return;
+  walked += level.children->BytesWalked();
+  level.children.reset();
+}
+
 void TreeCopy::LeaveLevel() {
   if (levels.back().children != nullptr) bytesMet += levels.back().children->BytesPassed();
+  LeaveChildren(levels.back());
   levels.pop_back();
   HasRoom();
   if (witness != nullptr) witness->LeftFolder();

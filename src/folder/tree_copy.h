@@ -68,6 +68,7 @@ class TreeCopy {
   bool Step();
   void CopyChild(std::unique_ptr<StreamCore> child);
   CountedStream Counterpart(StreamCore& folder, const tag_aoStream& child);
+  void LeaveChildren(Level& level);
   void LeaveLevel();
   // The deepest first: a child keeps what it shares with the folders around it alive.
   void LeaveAll();
@@ -83,6 +84,7 @@ class TreeCopy {
   std::vector<Level> levels;
   std::uint64_t recordsMet = 0;
   std::uint64_t bytesMet = 0;  // with the headers of the blocks that they lie in
+  std::uint64_t walked = 0;    // in folders, whether it led anywhere or not
   bool givenUp = false;
 };
 

@@ -107,7 +107,15 @@ bool RemoveChildren(StreamCore& top) {
     bool started = false;
   };
   std::vector<Level> levels;
-  const auto leaveAll = [&levels] {
+  // Of the deepest folder: what its scan has read ahead serves the steps that follow.
+  std::optional<ChildStreams> children;
+  std::uint64_t walked = 0;  // by those before
+  const auto leaveChildren = [&] {
+    walked += children->BytesWalked();
+    children.reset();
+  };
+  const auto leaveAll = [&] {
+    leaveChildren();
     while (!levels.empty()) levels.pop_back();  // the deepest first
     return false;
   };
@@ -122,11 +130,7 @@ bool RemoveChildren(StreamCore& top) {
     bool any = false;
   } unwritten(top.Storage());
   // Folders may share their chains, each with many others: that the work ends is not enough.
-  constexpr std::uint64_t kMostRounds = 2;
   const std::uint64_t room = top.Storage().file.Size().value_or(0) * kMostRounds;
-  std::uint64_t bytesMet = 0;
-  // Of the deepest folder: what its scan has read ahead serves the steps that follow.
-  std::optional<ChildStreams> children;
   levels.emplace_back(&top, nullptr);
   while (!levels.empty()) {
     if (levels.size() == levels.capacity())
@@ -139,21 +143,20 @@ bool RemoveChildren(StreamCore& top) {
                                                        child, Sharing::kMomentary);
     if (step == ChildStreams::Walk::kCutOff && children->IsUnbegun()) walking.Forget();
     level.started = true;
+    if (walked + children->BytesWalked() > room) {
+      Fail(ErrorCode::kContradiction, level.folder->Locator().headerOffset);
+      return leaveAll();
+    }
     if (step == ChildStreams::Walk::kLeadsBack) return leaveAll();
     if (step == ChildStreams::Walk::kOpened && child->IsFolder()) {
-      children.reset();
+      leaveChildren();
       StreamCore* folder = child.get();
       levels.emplace_back(folder, std::move(child));
     } else if (step == ChildStreams::Walk::kOpened) {
       // A child whose slot cannot be rewritten stays behind; its folder goes all the same.
       unwritten.any = !Vacate(*child, Sharing::kMomentary) || unwritten.any;
     } else {
-      bytesMet += children->BytesPassed();
-      children.reset();
-      if (bytesMet > room) {
-        Fail(ErrorCode::kContradiction, level.folder->Locator().headerOffset);
-        return leaveAll();
-      }
+      leaveChildren();
       const std::unique_ptr<StreamCore> done = std::move(level.owned);
       levels.pop_back();
       if (done != nullptr) unwritten.any = !Vacate(*done, Sharing::kLasting) || unwritten.any;

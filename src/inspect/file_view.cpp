@@ -11,12 +11,14 @@ FileView::FileView(File source, std::uint64_t sourceSize)
       size(sourceSize),
       pageCount(static_cast<std::size_t>(
           std::clamp<std::uint64_t>((sourceSize + kPageSize - 1) / kPageSize, 1, kPages))),
-      pages(std::make_unique<Page[]>(pageCount)) {}
+      pages(std::make_unique<Page[]>(pageCount)),
+      credit(kPageSize + kFreeRounds * sourceSize) {}
 
 const FileView::Page& FileView::PageAt(std::uint64_t offset) {
   Page& page = pages[offset / kPageSize % pageCount];
   if (page.offset == offset) return page;
   page.offset = offset;
+  credit -= std::min<std::uint64_t>(credit, kPageSize);
   page.bad.reset();
   page.count = static_cast<std::size_t>(std::min<std::uint64_t>(kPageSize, size - offset));
   if (const auto got = file.ReadAt(offset, page.bytes.data(), page.count)) {
@@ -45,10 +47,19 @@ void FileView::CountMadeUp(const Page& page, std::size_t from, std::size_t count
 std::size_t FileView::Read(std::uint64_t offset, void* buffer, std::size_t count) {
   auto* to = static_cast<std::uint8_t*>(buffer);
   std::size_t done = 0;
+  credit += count * kMostForOne;
   while (done < count && offset + done < size) {
     const std::uint64_t at = offset + done;
-    const Page& page = PageAt(at - at % kPageSize);
     const auto within = static_cast<std::size_t>(at % kPageSize);
+    if (credit < kPageSize && !HasPage(at - within)) {
+      const std::size_t piece = std::min(count - done, kPageSize - within);
+      const auto got = file.ReadAt(at, to + done, piece);
+      if (got == piece) {
+        done += piece;
+        continue;
+      }
+    }
+    const Page& page = PageAt(at - within);
     if (within >= page.count) break;
     const std::size_t piece = std::min(count - done, page.count - within);
     std::memcpy(to + done, page.bytes.data() + within, piece);

@@ -14,7 +14,9 @@
 namespace aostorage::detail {
 
 // Reads the file in pages and keeps some, so that records that lie side by side cost one system
-// call together. A page that the system cannot read counts as zeros, and is remembered.
+// call together. Where links lead to and fro, a page for each record would bring the whole file
+// many times over: pages are read as long as what they bring stays in proportion, then single
+// records. A page that the system cannot read counts as zeros, and is remembered.
 class FileView {
  public:
   FileView(File source, std::uint64_t sourceSize);
@@ -46,6 +48,12 @@ class FileView {
     std::array<std::uint8_t, kPageSize> bytes;
   };
 
+  static constexpr std::uint64_t kFreeRounds = 6;  // over the whole file
+  static constexpr std::uint64_t kMostForOne = 4;  // bytes brought for one that is asked for
+
+  bool HasPage(std::uint64_t offset) const {
+    return pages[offset / kPageSize % pageCount].offset == offset;
+  }
   const Page& PageAt(std::uint64_t offset);
   void CountMadeUp(const Page& page, std::size_t from, std::size_t count);
   bool ReadSector(std::uint64_t offset, std::uint8_t* to, std::size_t count);
@@ -57,6 +65,7 @@ class FileView {
   std::unique_ptr<Page[]> pages;
   std::vector<std::uint64_t> unreadable;
   std::uint64_t madeUp = 0;
+  std::uint64_t credit;  // bytes that pages may bring
 };
 
 }  // namespace aostorage::detail

@@ -87,6 +87,7 @@ class Walker {
   bool TakeOrphanChains();
   void AddOrphan(const InspectedBlock& head);
   std::vector<InspectedBlock> OrphanHeads();
+  bool MayGoOn();
   bool NextOfLost(InspectedBlock& block);
   std::optional<std::uint32_t> FindSlots(const InspectedBlock& head);
   void CollectChildren(const InspectedBlock& head, Offsets& firstBlocks);
@@ -104,7 +105,7 @@ class Walker {
   std::vector<std::uint32_t> orphanBlocks;  // file offsets of block headers met in gaps
   std::vector<std::uint64_t> rooms;         // by stream: bytes that its blocks could hold
   std::uint64_t claimedBytes = 0;
-  std::uint64_t lostSteps = 0;        // for CollectChildren, all chains together
+  std::uint64_t lostSteps = 0;        // along lost chains, all of them together
   std::uint32_t stepsUp = 100000000;  // for IsAbove, all questions together
   bool givenUp = false;
 };

@@ -122,7 +122,7 @@ std::uint64_t Walker::FoundHeader(std::uint32_t offset, std::uint64_t gapEnd) {
 // other's slot leads to: so that a stream below a lost folder keeps its name.
 bool Walker::TakeOrphanChains() {
   const std::vector<InspectedBlock> heads = OrphanHeads();
-  lostSteps = 4 * std::uint64_t{orphanBlocks.size()} + 1000;
+  lostSteps = 16 * std::uint64_t{orphanBlocks.size()} + 1000;
   Offsets children;
   for (const InspectedBlock& head : heads) {
     if (FindSlots(head)) CollectChildren(head, children);
@@ -180,6 +180,10 @@ std::vector<InspectedBlock> Walker::OrphanHeads() {
   return blocks;
 }
 
+// Chains of which one is the end of another would be gone over and over: this bounds them all
+// together.
+bool Walker::MayGoOn() { return lostSteps != 0 && --lostSteps != 0; }
+
 // The block behind another one of a lost chain, if both say so and nobody has taken it.
 bool Walker::NextOfLost(InspectedBlock& block) {
   const std::uint32_t before = block.offset;
@@ -201,7 +205,7 @@ std::optional<std::uint32_t> Walker::FindSlots(const InspectedBlock& head) {
       return std::nullopt;
     }
     have += piece;
-  } while (have < bytes.size() && --blocksLeft != 0 && NextOfLost(block));
+  } while (have < bytes.size() && --blocksLeft != 0 && MayGoOn() && NextOfLost(block));
   const bool isWhole = head.prevBlock == 0;
   const std::uint32_t first = isWhole ? FolderPayload::kCountSize : 0;
   const std::uint32_t last = isWhole ? first : StreamHeader::kSize - 1;
@@ -211,8 +215,7 @@ std::optional<std::uint32_t> Walker::FindSlots(const InspectedBlock& head) {
   return std::nullopt;
 }
 
-// A chain whose links agree comes back to no block but its first. Chains of which one is the end of
-// another would be gone over and over: `lostSteps` bounds them all together.
+// A chain whose links agree comes back to no block but its first.
 void Walker::CollectChildren(const InspectedBlock& head, Offsets& firstBlocks) {
   StreamHeader::Bytes slot;
   std::size_t have = 0;  // of the slot: it can lie in several blocks
@@ -233,7 +236,7 @@ void Walker::CollectChildren(const InspectedBlock& head, Offsets& firstBlocks) {
       firstBlocks.insert(StreamHeader::Decode(slot.data()).firstBlock);
       have = 0;
     }
-  } while (lostSteps != 0 && --lostSteps != 0 && NextOfLost(block) && block.offset != head.offset);
+  } while (MayGoOn() && NextOfLost(block) && block.offset != head.offset);
 }
 
 void Walker::NoteRest() {

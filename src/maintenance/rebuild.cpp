@@ -24,7 +24,7 @@ bool VisitSlots(StorageCore& storage, Visit visit) {
       if (!visit(block.Slot(i), locator)) return false;
     }
     if (block.NextDirectory() == 0) return true;
-    if (!walk.Step(block.NextDirectory())) return false;
+    if (!walk.Step(storage.file, block.NextDirectory())) return false;
   }
 }
 

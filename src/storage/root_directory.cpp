@@ -17,6 +17,11 @@ std::uint32_t LowestBit(std::uint64_t bits) {
   return index;
 }
 
+// Whether the file has room for that many blocks.
+bool HasRoomFor(File& file, std::uint64_t blockCount) {
+  return file.Holds(blockCount * DirectoryBlock::kSize);
+}
+
 std::uint32_t SlotIndexOf(const tag_aoStreamOffset& locator) {
   return (locator.headerOffset - locator.directoryOffset -
           static_cast<std::uint32_t>(DirectoryBlock::kHeadSize)) /
@@ -30,9 +35,10 @@ bool DirectoryWalk::Read(File& file, DirectoryBlock& block) const {
          (block.HasMagic() || Fail(ErrorCode::kBadMagic, offset));
 }
 
-bool DirectoryWalk::Step(std::uint32_t nextDirectory) {
+bool DirectoryWalk::Step(File& file, std::uint32_t nextDirectory) {
   offset = nextDirectory;
-  return guard.Pass(nextDirectory) || Fail(ErrorCode::kCycle, nextDirectory);
+  if (!guard.Pass(nextDirectory)) return Fail(ErrorCode::kCycle, nextDirectory);
+  return HasRoomFor(file, ++steps) || Fail(ErrorCode::kContradiction, nextDirectory);
 }
 
 RootDirectory::RootDirectory(const StorageFileHeader& fileHeader)
@@ -106,6 +112,7 @@ bool RootDirectory::ReadNext(File& file, DirectoryBlock& block, bool& atEnd) {
   atEnd = next == 0;
   if (atEnd) return true;
   if (blockIndexByOffset.count(next) != 0) return Fail(ErrorCode::kCycle, next);
+  if (!HasRoomFor(file, blocks.size())) return Fail(ErrorCode::kContradiction, next);
   if (!DirectoryWalk(next).Read(file, block)) return false;
   Note(next, block);
   return true;

@@ -25,11 +25,13 @@ class DirectoryWalk {
   // Reads the block that the walk stands on; false for one that is short or has no magic word.
   [[nodiscard]] bool Read(File& file, DirectoryBlock& block) const;
   std::uint32_t Offset() const { return offset; }
-  // Goes to `nextDirectory`. False when the chain is a circle.
-  [[nodiscard]] bool Step(std::uint32_t nextDirectory);
+  // Goes to `nextDirectory`. False when the chain is a circle, or has more blocks than the file has
+  // room for: they overlap.
+  [[nodiscard]] bool Step(File& file, std::uint32_t nextDirectory);
 
  private:
   std::uint32_t offset;
+  std::uint32_t steps = 0;
   CycleGuard guard;
 };
 

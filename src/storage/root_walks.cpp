@@ -162,7 +162,7 @@ aoStream* aoStorage::OpenStreamFirst2(int& position, std::uint32_t flags) {
           names.emplace_back(header.name);
       }
       if (block.NextDirectory() == 0) break;
-      if (!walk.Step(block.NextDirectory())) return nullptr;
+      if (!walk.Step(core->file, block.NextDirectory())) return nullptr;
     }
     if (names.empty()) return Fail(ErrorCode::kNotFound), nullptr;
     position = 0;

@@ -82,6 +82,18 @@ void AddDirectoryShapes(std::vector<HostileFile>& shapes) {
         "directory that leads to " + std::to_string(next),
         [=](auto& file) { Put32(file.bytes, 40, next); }, next == 0));
   }
+  shapes.push_back(Shape("directories that overlap", [](auto& file) {
+    constexpr std::uint32_t kBlocks = 5000, kStep = 20;
+    const std::uint32_t first = End(file);
+    file.bytes.resize(first + kBlocks * kStep + kDirectorySize);
+    for (std::uint32_t at = first; at < first + kBlocks * kStep; at += kStep) {
+      Put32(file.bytes, at, kDirectoryMagic);
+      Put32(file.bytes, at + 4, 64);
+      Put32(file.bytes, at + 8, at + kStep);
+      Put32(file.bytes, at + 16, at | 0x01010101);  // one name more
+    }
+    Put32(file.bytes, 40, first);
+  }));
   shapes.push_back(Shape("names", [](auto& file) {
     std::uint32_t slot = 6;
     for (const char* name : {"..", "/", "a/b", "\x01\x1f\x7f", "target", "target", "\xff\xfe"})
@@ -149,6 +161,57 @@ void AddChainShapes(std::vector<HostileFile>& shapes) {
     for (int i = 0; i < 2000; ++i)
       folders.push_back(StreamRecord(std::to_string(i), true, 80004, first));
     AddFolder(file, folders);
+  }));
+  // What holds no byte is passed all the same: for a count word, for a slot, for the length.
+  for (const std::uint32_t count : {0U, 1U, 99U}) {
+    shapes.push_back(
+        Shape("2,000 folders that count " + std::to_string(count) + " on one row of empty blocks",
+              [=](auto& file) {
+                std::uint32_t first = AddRow(file, 4000, 0);
+                if (count != 99) {
+                  const std::uint32_t row = first;
+                  Bytes word = FolderPayload({});
+                  Put32(word, 0, count);
+                  first = file.AddChain(word);
+                  Put32(file.bytes, first + 16, row);
+                }
+                Records folders;
+                for (int i = 0; i < 2000; ++i)
+                  folders.push_back(StreamRecord(std::to_string(i), true, 84, first));
+                AddFolder(file, folders);
+              }));
+  }
+  // Each block leads far away, so that no read brings two of them.
+  shapes.push_back(Shape(
+      "blocks to and fro",
+      [](auto& file) {
+        constexpr std::uint32_t kBlocks = 40009, kData = 60, kSize = kBlockHeaderSize + kData;
+        const std::uint32_t first = End(file);
+        file.bytes.resize(first + kBlocks * kSize, 'd');
+        const auto at = [=](std::uint64_t i) {
+          return first + static_cast<std::uint32_t>(i * 17989 % kBlocks) * kSize;
+        };
+        for (std::uint32_t i = 0; i < kBlocks; ++i) {
+          PutBlock(file, at(i), kSize, kSize, i + 1 < kBlocks ? at(i + 1) : 0);
+          if (i > 0) Put32(file.bytes, at(i) + 12, at(i - 1));
+        }
+        PutTarget(file, kBlocks * kData, first);
+      },
+      true));
+  // Every other block of a lost chain lies in the data of one that is seen, so that each of the
+  // others looks like the first of a chain. The two kinds lie a page cache apart.
+  shapes.push_back(Shape("lost blocks, every other one hidden", [](auto& file) {
+    constexpr std::uint32_t kBlocks = 2000, kApart = 1 << 20;
+    const std::uint32_t first = End(file), large = first + kBlocks * kBlockHeaderSize;
+    file.bytes.resize(first + kApart + kBlocks * kBlockHeaderSize, 'd');
+    PutBlock(file, large, End(file) - large, End(file) - large, 0);
+    for (std::uint32_t i = 0; i < kBlocks; ++i) {
+      const std::uint32_t seen = first + i * kBlockHeaderSize, hidden = seen + kApart;
+      PutBlock(file, seen, 20, 20, hidden);
+      PutBlock(file, hidden, 20, 20, i + 1 < kBlocks ? seen + kBlockHeaderSize : 0);
+      Put32(file.bytes, hidden + 12, seen);
+      if (i > 0) Put32(file.bytes, seen + 12, hidden - kBlockHeaderSize);
+    }
   }));
 }
 
