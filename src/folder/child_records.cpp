@@ -208,7 +208,7 @@ ChildRecords::Step ChildRecords::AddInVacated(FolderIndex& index, std::uint32_t 
   record.header = NewStreamHeader(name, packedKind, lastBlock, firstBlock);
   const StreamHeader::Bytes bytes = StreamHeader::Encode(record.header);
   // Straight to its place: a block's room behind `used` is none of it.
-  if (!storage.WriteHeader(record.place, 0, bytes.data(), bytes.size()) ||
+  if (!storage.WriteNewHeader(record.place, bytes) ||
       !folder.Lengthen(FolderPayload::SlotPosition(slotIndex + 1))) {
     Forget();
     return Step::kFailed;
@@ -242,14 +242,16 @@ bool ChildRecords::Append(FolderIndex& index, const char* name, std::uint32_t pa
 bool ChildRecords::WriteCount() {
   FolderIndex* index = folder.Shared()->index.get();
   const std::uint32_t count = folder.ChildCount();
-  std::array<std::uint8_t, FolderPayload::kCountSize> bytes{};
+  std::array<std::uint8_t, FolderPayload::kCountSize> bytes{}, before{};
   Store32(bytes.data(), count);
   folder.Rewind();
   bool written = false;
   if (index != nullptr) {
-    written = (index->CountWord() == count ||
-               storage.WriteHeader(index->CountPlace(), 0, bytes.data(), bytes.size())) &&
-              folder.Lengthen(FolderPayload::kCountSize);
+    Store32(before.data(), index->CountWord());
+    written =
+        (index->CountWord() == count || storage.WriteWords(index->CountPlace(), 0, before.data(),
+                                                           bytes.data(), bytes.size(), {0})) &&
+        folder.Lengthen(FolderPayload::kCountSize);
     if (index->CountPlace().IsWhole()) folder.SkipLoaded(FolderPayload::kCountSize);
   } else {
     written =

@@ -170,6 +170,8 @@ static_assert(DirectoryBlock::kHeadSize + DirectoryBlock::kMaxSlots * StreamHead
 struct BlockHeader {
   static constexpr std::uint32_t kSize = 20;
   static constexpr std::uint32_t kMagic = 0xFAFAFAFA;
+  static constexpr std::uint32_t kUsedAt = 4;
+  static constexpr std::uint32_t kCapacityAt = 8;
   static constexpr std::uint32_t kNextAt = 16;
   using Bytes = std::array<std::uint8_t, kSize>;
 

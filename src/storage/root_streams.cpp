@@ -53,7 +53,7 @@ std::unique_ptr<StreamCore> RootStreams::Create(const char* name, std::uint32_t 
   storage->streamMap.MakeRoom();
   storage->sharedStreams.Displace(slot->locator.headerOffset);
   auto stream = std::make_unique<StreamCore>(storage, header, slot->locator, flags, sharing);
-  if (!storage->Write(slot->locator.headerOffset, bytes.data(), bytes.size())) return nullptr;
+  if (!storage->WriteNewHeader(HeaderPlace(slot->locator.headerOffset), bytes)) return nullptr;
   storage->directory.SlotTaken(slot->locator);
   storage->streamMap.Store(name, slot->locator);
   if (PackedFolder(packedKind)) {

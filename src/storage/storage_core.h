@@ -2,8 +2,10 @@
 #ifndef AOSTORAGE_STORAGE_STORAGE_CORE_H_
 #define AOSTORAGE_STORAGE_STORAGE_CORE_H_
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <optional>
 #include <set>
 #include <string>
@@ -49,6 +51,29 @@ class StorageCore {
                                  const std::uint8_t* bytes, std::size_t count) {
     CountOwnChange();
     return place.Write(file, from, bytes, count);
+  }
+  [[nodiscard]] bool WriteWords(const HeaderPlace& place, std::size_t from,
+                                const std::uint8_t* before, const std::uint8_t* after,
+                                std::size_t count, std::initializer_list<std::size_t> order) {
+    CountOwnChange();
+    return place.WriteWords(file, from, before, after, count, order);
+  }
+  // The record of a new stream. Its name makes it one, so that comes last; but not before the magic
+  // word.
+  [[nodiscard]] bool WriteNewHeader(const HeaderPlace& place, const StreamHeader::Bytes& record) {
+    CountOwnChange();
+    return place.FirstBorder() > StreamHeader::kNameAt
+               ? place.WriteFromEnd(file, record)
+               : place.Write(file, 0, record.data(), record.size());
+  }
+  // A record with another name. The part that ends the name comes last: until then it is the old
+  // one, unless both are long.
+  [[nodiscard]] bool WriteRenamed(const HeaderPlace& place, const StreamHeader::Bytes& record) {
+    CountOwnChange();
+    const std::size_t border = place.FirstBorder();
+    const auto* const nameEnd = std::find(record.begin() + StreamHeader::kNameAt, record.end(), 0);
+    return nameEnd >= record.begin() + border ? place.WriteFromEnd(file, record)
+                                              : place.Write(file, 0, record.data(), record.size());
   }
 
   // The first free ordinary slot. What is known of the directory is read anew when another storage

@@ -133,8 +133,7 @@ bool StreamCore::WriteName(std::string_view newName) {
   tag_aoStream record = HeaderToWrite();
   SetName(record, newName);
   SetName(header, newName);
-  const StreamHeader::Bytes bytes = StreamHeader::Encode(record);
-  if (!storage->WriteHeader(place, 0, bytes.data(), bytes.size())) return false;
+  if (!storage->WriteRenamed(place, StreamHeader::Encode(record))) return false;
   if (shared != nullptr) shared->SetOnDisk(record);
   return true;
 }

@@ -221,8 +221,10 @@ bool StreamCore::CommitBlock(Pending& pending) {
 }
 
 bool StreamCore::RewriteBlockHeader(const BlockHeader& changed) {
-  const BlockHeader::Bytes bytes = changed.Encode();
-  if (!storage->Write(cursor.block, bytes.data(), bytes.size())) return false;
+  const BlockHeader::Bytes before = cursor.header.Encode(), after = changed.Encode();
+  if (!storage->WriteWords(HeaderPlace(cursor.block), 0, before.data(), after.data(), after.size(),
+                           {BlockHeader::kCapacityAt, BlockHeader::kUsedAt, BlockHeader::kNextAt}))
+    return false;
   cursor.header = changed;
   if (shared == nullptr) return true;
   for (StreamCore* other : shared->objects) {
@@ -240,10 +242,13 @@ bool StreamCore::CommitLength(const Pending& pending) {
   const std::uint32_t newLength =
       pending.final ? pending.donePosition : std::max(pending.donePosition, known.length);
   if (newLength != known.length || pending.lastDone != known.lastBlock) {
-    std::array<std::uint8_t, 8> words{};
-    Store32(words.data(), newLength);
-    Store32(words.data() + 4, pending.lastDone);
-    if (!storage->WriteHeader(place, StreamHeader::kLengthAt, words.data(), words.size()))
+    std::array<std::uint8_t, 8> before{}, after{};
+    Store32(before.data(), known.length);
+    Store32(before.data() + 4, known.lastBlock);
+    Store32(after.data(), newLength);
+    Store32(after.data() + 4, pending.lastDone);
+    if (!storage->WriteWords(place, StreamHeader::kLengthAt, before.data(), after.data(),
+                             after.size(), {4, 0}))
       return false;
   }
   NoteLength(newLength, pending.lastDone);
@@ -356,31 +361,29 @@ bool StreamCore::WriteFirstBlock(Pending& pending) {
   cursor.blockOffset = BlockHeader::kSize;
   pending.Took(cursor, count);
   cursor.Advance(count);
-  if (count == 0) return true;
-  if (place.IsWhole()) return NoteLength(count, *offset), true;
-  pending.lastDone = *offset;
-  pending.donePosition = cursor.position;
-  return CommitLength(pending);
+  if (count > 0) NoteLength(count, *offset);
+  return true;
 }
 
 bool StreamCore::EnterFirstBlock(std::uint32_t offset, std::uint32_t count) {
-  tag_aoStream changed = header;
+  const tag_aoStream known = HeaderToWrite();
+  tag_aoStream changed = known;
   changed.firstBlock = offset;
   changed.lastBlock = offset;
   changed.length = count;
-  // In a record in pieces no write covers all three words: the chain must be there before its
-  // length.
-  const bool together = count > 0 && place.IsWhole();
-  const std::size_t from = together ? StreamHeader::kLengthAt : StreamHeader::kFirstBlockAt;
+  const std::size_t from = count > 0 ? StreamHeader::kLengthAt : StreamHeader::kFirstBlockAt;
   const std::size_t size = StreamHeader::kSize - from;
-  const StreamHeader::Bytes bytes = StreamHeader::Encode(changed);
-  if (storage->WriteHeader(place, from, bytes.data() + from, size)) return true;
-  if (together) {
-    // A write cut short may have left a length without a chain: the old words go back, if they can.
-    const StreamHeader::Bytes old = StreamHeader::Encode(header);
-    static_cast<void>(storage->WriteHeader(place, from, old.data() + from, size));
-  }
-  return false;
+  const StreamHeader::Bytes before = StreamHeader::Encode(known);
+  const StreamHeader::Bytes after = StreamHeader::Encode(changed);
+  // In parts, the chain must be there before its length.
+  const bool entered = count > 0 ? storage->WriteWords(place, from, before.data() + from,
+                                                       after.data() + from, size, {8, 4, 0})
+                                 : storage->WriteWords(place, from, before.data() + from,
+                                                       after.data() + from, size, {0});
+  // A write cut short may have left a length without a chain: the old words go back, if they can.
+  if (!entered && count > 0)
+    static_cast<void>(storage->WriteHeader(place, from, before.data() + from, size));
+  return entered;
 }
 
 }  // namespace aostorage::detail

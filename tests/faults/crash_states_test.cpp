@@ -91,6 +91,87 @@ TEST_F(CrashStates, InsideRewritesLeaveAllOtherStreams) {
   Tell("cuts inside rewrites", tried, all);
 }
 
+// The system ends the write of a dying process at a border of 4,096 bytes of the file. Every record
+// that is rewritten comes to lie across one, at each of its words. Only a name that is long before
+// and after has no way to change at once.
+TEST_F(CrashStates, ABorderInsideARecordLosesNothing) {
+  std::size_t states = 0, crossing = 0;
+  const std::string broken = dir.File("broken");
+  Bytes before, file;
+  const auto valuesOf = [](const Bytes& bytes) {
+    Values values;
+    const RawImage image = ReadImage(bytes);
+    for (const RawStream& stream : image.streams)
+      values[stream.path] = stream.kind == 1 ? Bytes() : stream.Value();
+    return values;
+  };
+  for (std::uint32_t ahead = 4; ahead < 240; ahead += 4) {
+    for (const std::uint32_t reserve : {0U, 300U}) {
+      const Storage storage = Create(reserve);
+      const auto make = [&](const char* name, std::uint32_t kind) {
+        return Stream(storage->CreateStream(name, kind, kWriteFlags));
+      };
+      const Stream pad = make("pad", kPlainKind), plain = make("plain", kPlainKind);
+      const auto put = [](const Stream& stream, std::size_t count) {
+        return Append(*stream, Pattern(count));
+      };
+      const auto fill = [&] {
+        return put(pad, 4096 + 4096 - (File().size() + kBlockHeaderSize + ahead) % 4096);
+      };
+      Stream folder, child;
+      const auto into = [&](const char* name, std::uint32_t kind) {
+        child.reset(folder->CreateStream(name, kind, kWriteFlags));
+        return child != nullptr;
+      };
+      const std::string longName(55, 'n');
+      const std::vector<std::function<bool()>> steps{
+          fill,
+          [&] { return put(plain, 300); },
+          [&] { return put(plain, 3000); },
+          fill,
+          [&] { return put(plain, 700); },
+          [&] { return plain->Seek(0, 0) == 0 && plain->Write("new", 3, true) == 3; },
+          fill,
+          [&] { return (folder = make("folder", kFolderKind)) != nullptr; },
+          [&] { return into("a", kPlainKind); },
+          [&] { return put(child, 10); },
+          [&] { return put(child, 400); },
+          [&] { return child->Rename(longName.c_str()); },
+          [&] { return child->Rename("b"); },
+          [&] { return child->Remove() && child.release() != nullptr; },
+          [&] { return into("sub", kFolderKind); },
+          [&] { return Got(child->CreateStream(longName.c_str(), kPlainKind, kWriteFlags)); },
+      };
+      for (std::size_t at = 0; at < steps.size(); ++at) {
+        SCOPED_TRACE("step " + std::to_string(at) + ", " + std::to_string(ahead) +
+                     " bytes before the border, reserve " + std::to_string(reserve));
+        before = file = File();
+        Watch watch;
+        ASSERT_TRUE(steps[at]()) << LastError().text;
+        const std::vector<RecordedWrite> writes = watch.Writes();
+        const Bytes after = File();
+        for (const RecordedWrite& write : writes) {
+          const std::size_t inPage = 4096 - write.offset % 4096;
+          if (!Appends(file, write) && inPage < write.bytes.size()) {
+            ++crossing;
+            Bytes torn = file;
+            Apply(torn, write, 0, inPage);
+            WriteFile(broken, torn);
+            EXPECT_EQ("", CheckBetween(broken, valuesOf(before), valuesOf(after), at == 5));
+          }
+          Apply(file, write);
+          WriteFile(broken, file);
+          ++states;
+          EXPECT_EQ("", CheckBetween(broken, valuesOf(before), valuesOf(after), at == 5));
+        }
+        ASSERT_FALSE(HasFailure());
+      }
+    }
+  }
+  std::cout << "[  POINTS  ] " << states << " states, " << crossing
+            << " rewrites in one piece across a border\n";
+}
+
 TEST_F(CrashStates, EveryWriteKeepsTheOrder) {
   std::size_t writes = 0, swaps = 0, caught = 0;
   for (const unsigned seed : LifeSeeds()) {
