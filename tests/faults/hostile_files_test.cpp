@@ -2,7 +2,10 @@
 // more work or memory than the file's size allows, and no byte changed by reading.
 #include "support/hostile_files.h"
 
+#include <sys/wait.h>
+
 #include <cstdio>
+#include <cstdlib>
 
 #include "folder/storage_fixture.h"
 #include "support/check_file.h"
@@ -40,6 +43,22 @@ class HostileFiles : public OneStorageTest {
     ++files;
   }
 
+  // What the tool writes is no more than the file can hold.
+  void ExportByTool(std::uint64_t size, bool sound) {
+    const std::string goal = dir.File("exported");
+    const std::string words = " export " + path + " " + goal + " >/dev/null 2>&1";
+    const int status = std::system((AOSTORAGE_TOOL_PATH + words).c_str());
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 10) << status;
+    EXPECT_TRUE(WEXITSTATUS(status) == 0 || !sound);
+    std::uint64_t written = 0;
+    const std::string sizes = "find " + goal + " -type f -printf '%s\\n' 2>/dev/null";
+    FILE* const list = ::popen(sizes.c_str(), "r");
+    for (unsigned long long one = 0; std::fscanf(list, "%llu", &one) == 1;) written += one;
+    ::pclose(list);
+    EXPECT_LE(written, MostOutput(size)) << "exported";
+    EXPECT_EQ(std::system(("rm -rf " + goal).c_str()), 0);
+  }
+
   const ReferenceFile reference;
   Gauntlet gauntlet{path};
   std::size_t files = 0;
@@ -74,6 +93,8 @@ TEST_F(HostileFiles, OfBadShapes) {
       gauntlet.Read();
       gauntlet.Write(bytes, [] {});
       gauntlet.Carry(bytes, shape.sound);
+      WriteFile(path, bytes);
+      ExportByTool(bytes.size(), shape.sound);
     });
   }
 }

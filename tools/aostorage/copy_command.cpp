@@ -57,10 +57,11 @@ Result CheckGoal(const CopyTreeOptions& options, const Target& source, const Tar
   return {};
 }
 
-Result CopyTo(Target& goal, aostorage::aoStream& source, Report& report) {
+Result CopyTo(Target& goal, aostorage::aoStream& source, const std::string& fromStore,
+              Report& report) {
   const bool isThere = goal.stream != nullptr;
   goal.stream.reset();
-  TreeCopy copy(report, "copying");
+  TreeCopy copy(report, "copying", SizeOfFile(fromStore));
   return isThere ? copy.CopyOver(source, goal.parents.Bottom(), goal.name)
                  : copy.Copy(source, goal.parents.Bottom(), goal.name);
 }
@@ -95,7 +96,7 @@ void CopyTree(const CopyTreeOptions& options, Report& report) {
   if (!result.Ok()) return report.Fail(to.path, result);
   result = CheckGoal(options, source, goal, oneStore);
   if (result.Ok()) {
-    result = CopyTo(goal, *source.stream, report);
+    result = CopyTo(goal, *source.stream, from.store, report);
     if (!result.Ok()) result.reason = "copying '" + Shown(options.from) + "': " + result.reason;
   }
   if (!result.Ok()) report.Fail(PathOf(goal), result);

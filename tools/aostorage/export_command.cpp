@@ -9,6 +9,7 @@
 #include <aostorage/types.h>
 
 #include "directories.h"
+#include "files.h"
 #include "interrupt.h"
 #include "names.h"
 #include "paths.h"
@@ -42,7 +43,9 @@ class Export {
                       options.force ? OutputFile::IfThere::kReplace : OutputFile::IfThere::kRefuse,
                       store);
     aostorage::ClearLastError();
-    Result result = transfer.CopyOut(stream, output);
+    const std::uint64_t size = SizeOfFile(options.store);
+    Result result = bytes + stream.GetLength() > size ? Result{kDamaged, kTooMuch}
+                                                      : transfer.CopyOut(stream, output);
     if (result.Ok()) result = output.Finish();
     ++items;
     ShowProgress(0);

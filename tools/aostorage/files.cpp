@@ -56,6 +56,11 @@ FileIdentity FileIdentity::At(const std::string& path) {
   return {state.st_dev, state.st_ino};
 }
 
+std::uint64_t SizeOfFile(const std::string& path) {
+  struct stat state {};
+  return ::stat(path.c_str(), &state) == 0 ? static_cast<std::uint64_t>(state.st_size) : 0;
+}
+
 Result OpenInput(const std::string& path, const FileIdentity& store, Descriptor& input,
                  bool isStored) {
   if (IsStandardStream(path)) {

@@ -50,6 +50,9 @@ struct FileIdentity {
 
 bool IsRegularFile(int descriptor);
 
+// Bytes of the file at the path; 0 when nobody can tell.
+std::uint64_t SizeOfFile(const std::string& path);
+
 // What keeps the content of an open file from being stored: a directory has none, and no store
 // takes more than 2 GiB.
 Result CheckInput(int descriptor);

@@ -5,6 +5,7 @@
 #include <aostorage/error.h>
 #include <aostorage/types.h>
 
+#include "files.h"
 #include "paths.h"
 #include "store.h"
 #include "tree_copy.h"
@@ -46,7 +47,8 @@ Result MoveTo(Target& source, const std::string& path, aostorage::aoStorage& sto
   if (goal.stream) return {kFailure, "'" + Shown(PathOf(goal)) + "' exists already"};
   if (goal.parents.Names() == source.parents.Names()) return RenameTo(source, goal.name);
   if (LiesIn(goal, source)) return {kFailure, "cannot be moved into itself"};
-  Result result = TreeCopy(report, "moving").Copy(*source.stream, goal.parents.Bottom(), goal.name);
+  TreeCopy copy(report, "moving", SizeOfFile(storage.GetPath()));
+  Result result = copy.Copy(*source.stream, goal.parents.Bottom(), goal.name);
   if (!result.Ok()) return result;
   result = Remove(source.stream);
   if (!result.Ok()) result.reason = "is copied, but cannot be removed: " + result.reason;

@@ -23,6 +23,11 @@ struct Releaser {
 using StoragePtr = std::unique_ptr<aostorage::aoStorage, Releaser>;
 using StreamPtr = std::unique_ptr<aostorage::aoStream, Releaser>;
 
+// Streams of a damaged store can share their blocks: all of them may have many times the bytes that
+// the store has. No more than that is copied out of one.
+inline constexpr const char* kTooMuch =
+    "the streams so far have more bytes than the store: some of them share their blocks";
+
 // Removes the stream from the store. A failed removal leaves the object.
 Result Remove(StreamPtr& stream);
 

@@ -23,8 +23,11 @@ Result InFolder(const TreeWalk& walk, const Result& result) {
 
 }  // namespace
 
-TreeCopy::TreeCopy(Report& toReport, const char* copyVerb)
-    : report(toReport), verb(copyVerb), transfer([this](std::uint64_t size) {
+TreeCopy::TreeCopy(Report& toReport, const char* copyVerb, std::uint64_t sizeOfSourceStore)
+    : report(toReport),
+      verb(copyVerb),
+      room(sizeOfSourceStore),
+      transfer([this](std::uint64_t size) {
         bytes += size;
         report.Progress(verb, items, bytes / 2);
       }) {}
@@ -167,6 +170,7 @@ void TreeCopy::TakeBackAside(Trail& trail, Result& result) {
 // one name, is not copied at all.
 Result TreeCopy::Count(aostorage::aoStream& source, std::uint64_t& count) {
   count = 1;
+  std::uint64_t bytesToCopy = 0;
   std::vector<std::unordered_set<std::string>> names(1);  // of each folder on the way down
   TreeWalk walk({nullptr, &source});
   for (;;) {
@@ -180,7 +184,11 @@ Result TreeCopy::Count(aostorage::aoStream& source, std::uint64_t& count) {
     if (!names.back().insert(walk.Name()).second) {
       return InFolder(walk, {kFailure, "there are two of this name"});
     }
-    if (event == TreeWalk::Event::kFolder) names.emplace_back();
+    if (event == TreeWalk::Event::kFolder) {
+      names.emplace_back();
+    } else if ((bytesToCopy += walk.Stream().GetLength()) > room) {
+      return InFolder(walk, {kDamaged, kTooMuch});
+    }
     report.Progress("counting", ++count, 0);
   }
 }

@@ -19,7 +19,7 @@ namespace aotool {
 class TreeCopy {
  public:
   // `copyVerb` says what is done, for the progress.
-  TreeCopy(Report& toReport, const char* copyVerb);
+  TreeCopy(Report& toReport, const char* copyVerb, std::uint64_t sizeOfSourceStore);
 
   // `name` is free in `to`. A copy that failed is removed again.
   Result Copy(aostorage::aoStream& source, Place to, const std::string& name);
@@ -51,6 +51,7 @@ class TreeCopy {
 
   Report& report;
   const char* verb;
+  std::uint64_t room;    // bytes of the store that is copied from
   bool over = false;     // what has the name in the goal is copied over
   bool touched = false;  // there was a first write
   std::vector<Aside> aside;
