@@ -130,7 +130,8 @@ class Faults : public LifeTest {
       EXPECT_EQ(File(), recorded.steps[at + 1].before);
     } else {
       const Values& committed = life.values[outcome.IsDone() ? at + 1 : at];
-      EXPECT_EQ("", CheckBetween(path, committed, life.values[at + 1], step.flushing));
+      EXPECT_EQ("", CheckBetween(path, committed, life.values[at + 1],
+                                 step.flushing ? Ends::kAnywhere : Ends::kBetween));
     }
     EXPECT_TRUE(outcome.IsDone() ||
                 Overcome(step, session, kind, life.values[at], life.values[at + 1]))
@@ -141,7 +142,8 @@ class Faults : public LifeTest {
     EXPECT_FALSE(session.odd) << "a result that is not documented";
     session.Close();
     if (kind.unnoticed) return;
-    EXPECT_EQ("", CheckBetween(path, life.values[end], life.values[end], false, Rules::kStrict));
+    EXPECT_EQ(
+        "", CheckBetween(path, life.values[end], life.values[end], Ends::kBetween, Rules::kStrict));
   }
 
   void TryAll(const FaultKind* kinds, std::size_t kindCount, std::size_t quickStride) {

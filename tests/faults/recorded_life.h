@@ -58,7 +58,8 @@ class LifeTest : public StorageFileTest {
     for (std::size_t i = 0; i <= life.steps.size(); ++i) {
       RecordedStep step;
       step.before = File();
-      ASSERT_EQ("", CheckBetween(path, life.values[i], life.values[i], false, Rules::kStrict));
+      ASSERT_EQ("",
+                CheckBetween(path, life.values[i], life.values[i], Ends::kBetween, Rules::kStrict));
       if (i == life.steps.size()) return recorded.steps.push_back(std::move(step));
       SCOPED_TRACE("seed " + std::to_string(seed) + ", step " + std::to_string(i) + ", " +
                    life.steps[i].label);

@@ -56,6 +56,13 @@ class Session {
   std::map<std::string, Stream> held;
 };
 
+/// Where a stream that changes may end meanwhile.
+enum class Ends {
+  kBetween,   ///< between where it ended before and where it ends then
+  kFlushed,   ///< there too, with anything behind its new end
+  kAnywhere,  ///< also earlier than either
+};
+
 struct Step {
   std::string label;
   std::string path, other;  ///< the streams that it changes, with all that is below them
@@ -65,6 +72,9 @@ struct Step {
   bool begins = false;    ///< may leave streams begun, which are then removed and made again
   bool logs = false;      ///< appends, wherever the stream ends
   bool syncs = false, removes = false;
+  Ends MayEnd() const {
+    return erases ? Ends::kAnywhere : flushing ? Ends::kFlushed : Ends::kBetween;
+  }
   bool loses = false;  ///< when it fails, the storage object does not know the stream any more
   bool opens = false;  ///< nothing is open before it
 
@@ -92,14 +102,14 @@ Life DrawLife(unsigned seed, std::size_t steps = kLifeSteps);
 std::vector<unsigned> LifeSeeds();
 
 /// Opens the file with the library and reads all. A stream that is the same before and after must
-/// be so; one that changes may stand at any point between the two, or, where the step
-/// may leave them shorter, end earlier. The file may break no rule, nor hold any other stream.
+/// be so; one that changes may stand at any point between the two, and end where `ends` says. The
+/// file may break no rule, nor hold any other stream.
 /// @return what is wrong, empty if nothing
 std::string CheckBetween(const std::string& path, const Values& before, const Values& after,
-                         bool shorter = false, Rules rules = Rules::kAfterFault);
+                         Ends ends = Ends::kBetween, Rules rules = Rules::kAfterFault);
 /// Of a file that may be damaged where the steps change it: what else differs, and what cannot be
 /// read without a rule being named. Where a rule is named, streams may be out of reach in a folder
-/// whose own blocks a step rewrites.
+/// whose own blocks a step rewrites. Half a new name may be that of a stream beside it.
 std::string CheckOthers(const std::string& path, const Values& before,
                         const std::vector<const Step*>& steps);
 

@@ -1,6 +1,8 @@
 // What a file may hold in the middle of a life.
 #include <algorithm>
 
+#include <aostorage/inspect.h>
+
 #include "support/life.h"
 
 namespace aostorage::testing {
@@ -9,10 +11,10 @@ namespace {
 // A final write that shortens lowers `used` before `length`. In between the stream goes on behind
 // its new end with what lies in the blocks behind, which may be older than `before`: nothing can be
 // said of these bytes but that they are no more than there were.
-bool MayBeBetween(const Bytes& value, const Bytes& before, const Bytes& after, bool shorter) {
-  if (shorter && value.size() > after.size() && value.size() <= before.size())
-    return MayBeBetween(Slice(value, 0, after.size()), Slice(before, 0, after.size()), after, true);
-  if (!shorter && value.size() < std::min(before.size(), after.size())) return false;
+bool MayBeBetween(const Bytes& value, const Bytes& before, const Bytes& after, Ends ends) {
+  if (ends != Ends::kBetween && value.size() > after.size() && value.size() <= before.size())
+    return MayBeBetween(Slice(value, 0, after.size()), Slice(before, 0, after.size()), after, ends);
+  if (ends != Ends::kAnywhere && value.size() < std::min(before.size(), after.size())) return false;
   if (value.size() > std::max(before.size(), after.size())) return false;
   for (std::size_t i = 0; i < value.size(); ++i) {
     const bool old = i < before.size() && value[i] == before[i];
@@ -65,7 +67,7 @@ const Bytes& ValueIn(const Values& values, const std::string& name) {
 }  // namespace
 
 std::string CheckBetween(const std::string& path, const Values& before, const Values& after,
-                         bool shorter, Rules rules) {
+                         Ends ends, Rules rules) {
   std::vector<std::string> names;
   std::string wrong = CheckFile(path, rules, &names);
   for (const std::string& name : names) {
@@ -83,7 +85,7 @@ std::string CheckBetween(const std::string& path, const Values& before, const Va
       wrong += name + " is gone\n";
     if (stream == nullptr || stream->IsFolder() != 0) continue;
     if (!Reader::Read(*stream, value)) return wrong + name + " cannot be read";
-    if (!MayBeBetween(value, ValueIn(before, name), ValueIn(after, name), shorter))
+    if (!MayBeBetween(value, ValueIn(before, name), ValueIn(after, name), ends))
       wrong += name + " holds " + std::to_string(value.size()) +
                " bytes that it never had, between " + std::to_string(ValueIn(before, name).size()) +
                " and " + std::to_string(ValueIn(after, name).size()) + "\n";
@@ -96,6 +98,8 @@ std::string CheckOthers(const std::string& path, const Values& before,
   std::vector<std::string> names;
   std::string wrong;
   const std::string broken = CheckFile(path, Rules::kAfterFault, &names);
+  const auto inspection = Inspection::Of(path.c_str());
+  const bool hidden = inspection && inspection->CountOf(Rule::kHiddenName) != 0;
   Reader reader(path);
   if (!reader.IsOpen()) return "does not open";
   Bytes value;
@@ -110,8 +114,9 @@ std::string CheckOthers(const std::string& path, const Values& before,
     };
     if (isOf([&](const Step* step) { return step->Changes(name); })) continue;
     aoStream* const stream = reader.At(name);
+    const bool beside = isOf([&](const Step* step) { return step->ChangesFolderAround(name); });
+    if (beside && hidden) continue;
     if (stream == nullptr) {
-      const bool beside = isOf([&](const Step* step) { return step->ChangesFolderAround(name); });
       if (!beside || broken.empty()) wrong += name + " is gone\n";
     } else if (stream->IsFolder() == 0) {
       stream->Seek(0, 0);
