@@ -80,6 +80,7 @@ void Gauntlet::ReadStorage(aoStorage& storage) {
     Do("erased entry", [&] { return storage.GetEntryErasedOld(name, erased, sizeof erased); });
     Do("find", [&] { return Opened(storage.FindRootStream(name)); });
     Do("find", [&] { return Opened(storage.FindRootStorage(name)); });
+    Do("find", [&] { return Opened(storage.FindRootStorageWrite(name)); });
     Do("fast", [&] { return Opened(storage.OpenStreamFast(name, kReadFlags)); });
     const Stream stream(Do("open", [&] { return storage.OpenStream(name, kReadFlags); }));
     if (stream) ReadStream(*stream, 0);
@@ -152,12 +153,17 @@ void Gauntlet::ReadFolder(aoStream& folder, int depth) {
   for (const char* name : kChildren) {
     Do("find child", [&] { return folder.FindStream(name, header, offset); });
     Do("entry", [&] { return folder.GetEntry(name, 1); });
+    Do("entry", [&] { return folder.GetEntry(name, 1U); });
+    Do("entry", [&] { return folder.GetEntry(name, std::int64_t{1}); });
+    Do("entry", [&] { return folder.GetEntry(name, 1.0); });
     Do("entry", [&] { return folder.GetEntry(name, "none"); });
+    tagSIZE size{};
+    Do("entry", [&] { return folder.GetEntry(name, &size, nullptr); });
     tagRECT area{};
     Do("entry", [&] { return folder.GetEntry(name, &area, nullptr); });
     std::uint8_t* bytes = nullptr;
-    std::uint32_t size = 0;
-    Do("erased entry", [&] { return folder.GetEntryErasedOld(name, &bytes, &size); });
+    std::uint32_t count = 0;
+    Do("erased entry", [&] { return folder.GetEntryErasedOld(name, &bytes, &count); });
     aoStream::FreeBuffer(bytes);
     const Stream child(Do("open child", [&] { return folder.OpenStream(name, kReadFlags); }));
     if (child && depth < 3) ReadStream(*child, depth + 1);
@@ -186,6 +192,8 @@ void Gauntlet::ReadThroughOthers() {
     Do("facade", [&] { return facade.ReadGenericStream(buffer, 100); });
     Do("facade", [&] { return facade.ReadGenericChildStream(buffer, 100); });
     Do("facade", [&] { return facade.ReadTagSeekBack(buffer, 100); });
+    Do("facade", [&] { return facade.SeekForward(0x80000000); });
+    Do("facade", [&] { return facade.GoToEndOfGenericChildStream(); });
     aoStream* child = nullptr;
     for (int i = 0; i < kMostSteps; ++i) {
       Do("facade", [&] { return facade.GetNextChildStreamName(child); });
@@ -198,12 +206,16 @@ void Gauntlet::ReadThroughOthers() {
   for (int i = 0; more && i < kMostSteps; ++i)
     more = Do("facade", [&] { return facade.OpenNextGenericStream(); }) != 0;
   Do("facade", [&] { return facade.OpenNextStream(); });
+  for (int i = 0; i < kMostSteps; ++i)
+    Do("facade", [&] { return facade.GetNextStreamName(kReadFlags); });
   facade.Close();
   const Storage storage(aoStorage::Open(path.c_str(), kReadFlags, 0));
   if (!storage) return;
   CPathLoader loader;
   for (const char* way : {"target", "folder/child", "folder/sub/child", "folder/..", "none/x"})
     Do("path", [&] { return loader.GetStreamByPath(storage.get(), way, 0, 0); });
+  const Stream folder(storage->OpenStream("folder", kReadFlags));
+  Do("path", [&] { return loader.GetSubStreamByPath(folder.get(), "sub/child", 0, 0); });
 }
 
 void Gauntlet::Inspect() {
@@ -269,6 +281,7 @@ void Gauntlet::WriteRoots(aoStorage& storage) {
     Do("set", [&] { return storage.SetEntryFast(name, 5.5); });
     Do("set", [&] { return storage.SetEntryEraseOld(name, "0123456789", 10); });
   }
+  Do("set", [&] { return storage.SetEntry("number", 7); });
   Do("fast", [&] { return Opened(storage.CreateStreamFast("fast", kWriteFlags)); });
   Do("fast", [&] { return Opened(storage.OpenOrCreateStreamFast("fast", 1)); });
   for (const char* name : {"target", "folder"}) {
@@ -276,6 +289,8 @@ void Gauntlet::WriteRoots(aoStorage& storage) {
     if (!stream) continue;
     WriteFolder(*stream);
     if (stream->IsFolder() == 0) WritePlain(*stream);
+    const Stream copy(storage.OpenOrCreateStream("copy", 0));
+    if (copy) Do("copy", [&] { return stream->CopyStream(copy.get()); });
     Do("rename", [&] { return stream->Rename("renamed"); });
     Do("clear", [&] { return stream->ClearFolder(), 0; });
     if (Do("remove", [&] { return stream->Remove(); })) static_cast<void>(stream.release());
@@ -305,6 +320,8 @@ void Gauntlet::WritePlain(aoStream& stream) {
 void Gauntlet::WriteFolder(aoStream& folder) {
   for (const char* name : kChildren) {
     Do("set", [&] { return folder.SetEntry(name, 77); });
+    const tagRECT area{1, 2, 3, 4};
+    Do("set", [&] { return folder.SetEntry(name, &area); });
     Do("set", [&] { return folder.SetEntry(name, "text"); });
     Do("log", [&] { return folder.SetEntry(name, "012345", 6); });
     Do("set", [&] { return folder.SetEntryEraseOld(name, "0123456789", 10); });
@@ -330,6 +347,8 @@ void Gauntlet::WriteThroughOthers() {
     Do("facade", [&] { return facade.OpenOrCreateGenericStream(name, 1, 0); });
     Do("facade", [&] { return facade.WriteGenericStream(data.data(), 100); });
     Do("facade", [&] { return facade.WriteGenericChildStream("child", data.data(), 100, 1, 1); });
+    Do("facade", [&] { return facade.OpenGenericStreams(name, "child"); });
+    Do("facade", [&] { return facade.WriteGenericChildOpenedStream(data.data(), 100, 1); });
     Do("facade", [&] { return facade.RemoveGenericChildStream(name, "child"); });
     Do("facade", [&] { return facade.RemoveGenericStream(name); });
   }

@@ -72,6 +72,9 @@ struct Step {
   bool begins = false;  ///< may leave streams begun, which are then removed and made again
   bool logs = false;    ///< appends, wherever the stream ends
   bool syncs = false, removes = false;
+  Ends MayEnd() const {
+    return erases ? Ends::kAnywhere : flushing ? Ends::kFlushed : Ends::kBetween;
+  }
   bool loses = false;  ///< when it fails, the storage object does not know the stream any more
   bool opens = false;  ///< nothing is open before it
 
@@ -106,7 +109,7 @@ std::string CheckBetween(const std::string& path, const Values& before, const Va
                          Midway midway = Midway::kBetween, Rules rules = Rules::kAfterFault);
 /// Of a file that may be damaged where the steps change it: what else differs, and what cannot be
 /// read without a rule being named. Where a rule is named, streams may be out of reach in a folder
-/// whose own blocks a step rewrites.
+/// whose own blocks a step rewrites. Half a new name may be that of a stream beside it.
 std::string CheckOthers(const std::string& path, const Values& before,
                         const std::vector<const Step*>& steps);
 

@@ -1,6 +1,8 @@
 // What a file may hold in the middle of a life.
 #include <algorithm>
 
+#include <aostorage/inspect.h>
+
 #include "support/life.h"
 
 namespace aostorage::testing {
@@ -99,6 +101,8 @@ std::string CheckOthers(const std::string& path, const Values& before,
   std::vector<std::string> names;
   std::string wrong;
   const std::string broken = CheckFile(path, Rules::kAfterFault, &names);
+  const auto inspection = Inspection::Of(path.c_str());
+  const bool hidden = inspection && inspection->CountOf(Rule::kHiddenName) != 0;
   Reader reader(path);
   if (!reader.IsOpen()) return "does not open";
   Bytes value;
@@ -113,8 +117,9 @@ std::string CheckOthers(const std::string& path, const Values& before,
     };
     if (isOf([&](const Step* step) { return step->Changes(name); })) continue;
     aoStream* const stream = reader.At(name);
+    const bool beside = isOf([&](const Step* step) { return step->ChangesFolderAround(name); });
+    if (beside && hidden) continue;
     if (stream == nullptr) {
-      const bool beside = isOf([&](const Step* step) { return step->ChangesFolderAround(name); });
       if (!beside || broken.empty()) wrong += name + " is gone\n";
     } else if (stream->IsFolder() == 0) {
       stream->Seek(0, 0);
