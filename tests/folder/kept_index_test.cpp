@@ -45,5 +45,23 @@ TEST_F(KeptIndex, IsWorthNothingOnceTheFolderIsAnother) {
   EXPECT_FALSE(Has(*second, "a/z"));
 }
 
+TEST_F(KeptIndex, TakesNoNameForAnotherWithTheSameHash) {
+  const std::string one = "8yn0iYCKYHlIj4-BwPqk", other = "GReLUrM4wMqfg9yzV3KQ";
+  const Storage storage = Create();
+  Plant(*storage, {"f/", "f/" + one + "=1", one + "=3"});
+  EXPECT_FALSE(Has(*storage, "f/" + other) || Has(*storage, other));
+  Plant(*storage, {"f/" + other + "=2", other + "=4"});
+  const Storage second = Open();
+  for (aoStorage* handle : {storage.get(), second.get()}) {
+    EXPECT_EQ(ReadValue(*OpenPath(*handle, "f/" + other)), Bytes{'2'});
+    EXPECT_EQ(ReadValue(*OpenPath(*handle, "f/" + one)), Bytes{'1'});
+    EXPECT_EQ(ReadValue(*OpenPath(*handle, other)), Bytes{'4'});
+    EXPECT_EQ(ReadValue(*OpenPath(*handle, one)), Bytes{'3'});
+  }
+  Plant(*storage, {"-f/" + one, "-" + one});
+  EXPECT_FALSE(Has(*storage, "f/" + one) || Has(*storage, one));
+  EXPECT_TRUE(Has(*storage, "f/" + other) && Has(*storage, other));
+}
+
 }  // namespace
 }  // namespace aostorage::testing
