@@ -11,6 +11,9 @@
 
 namespace aostorage::detail {
 
+// How entries open streams: for the length of one call.
+inline constexpr auto kMomentary = StreamCore::Sharing::kMomentary;
+
 // Each takes a stream whose cursor stands at its start. What the stream has is taken as the value
 // asked for; nothing in the file tells the type that was written.
 //

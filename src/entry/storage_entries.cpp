@@ -13,13 +13,13 @@ namespace aostorage {
 using detail::Attempt;
 using detail::Fail;
 using detail::Guarded;
+using detail::kMomentary;
 using detail::RootStreams;
 using detail::StorageCore;
 using detail::StreamCore;
 
 namespace {
 
-constexpr auto kMomentary = StreamCore::Sharing::kMomentary;
 using CorePointer = std::shared_ptr<StorageCore>;
 
 // Which slots an operation works on.

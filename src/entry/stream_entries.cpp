@@ -14,12 +14,11 @@ namespace aostorage {
 using detail::ChildStreams;
 using detail::Fail;
 using detail::Guarded;
+using detail::kMomentary;
 using detail::Operation;
 using detail::StreamCore;
 
 namespace {
-
-constexpr auto kMomentary = StreamCore::Sharing::kMomentary;
 
 bool IsOpenFolder(const StreamCore* folder) {
   if (folder == nullptr || !folder->IsFolder()) return Fail(ErrorCode::kWrongKind);

@@ -106,26 +106,6 @@ ChildRecords::Result ChildRecords::ScanFor(const char* name, FolderIndex& index,
   return Result::kAbsent;
 }
 
-// For a name that the index confuses with another.
-ChildRecords::Result ChildRecords::FindByScan(const char* name, ChildRecord& record) {
-  Forget();
-  const FolderIndex* index = Index();
-  if (index == nullptr) return Result::kFailed;
-  ChildScan whole(storage.file, index->End(), BytesBehind(*index));
-  for (std::uint32_t i = 0; i < index->CountWord(); ++i) {
-    const ChildScan::Result result = whole.ReadRecord(record.header);
-    if (result != ChildScan::Result::kRecord) {
-      return result == ChildScan::Result::kEnd ? Result::kAbsent : Result::kFailed;
-    }
-    if (HasName(record.header, name)) {
-      record.slotIndex = i;
-      record.place = HeaderPlace(whole.Pieces());
-      return Result::kFound;
-    }
-  }
-  return Result::kAbsent;
-}
-
 bool ChildRecords::ReadSlot(const FolderIndex& index, std::uint32_t slotIndex,
                             ChildRecord& record) {
   record.slotIndex = slotIndex;
@@ -152,7 +132,8 @@ ChildRecords::Result ChildRecords::Find(const char* name, ChildRecord& record) {
         folder.PlaceCursor(index->CursorAt(*known));
         return Result::kFound;
       }
-      if (begunHere) return FindByScan(name, record);
+      // Another handle's doing, or a name of the same hash. An index begun anew knows no name yet:
+      // the scan compares the names themselves.
       Forget();
       continue;
     }

@@ -74,7 +74,6 @@ class ChildRecords {
   Result ScanSlot(FolderIndex& index, ChildRecord& record);
   [[nodiscard]] bool ScanAll(FolderIndex& index);
   Result ScanFor(const char* name, FolderIndex& index, ChildRecord& record);
-  Result FindByScan(const char* name, ChildRecord& record);
   [[nodiscard]] bool ReadSlot(const FolderIndex& index, std::uint32_t slotIndex,
                               ChildRecord& record);
   // Whether the index tells the truth about what is not there.

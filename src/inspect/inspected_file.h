@@ -54,10 +54,6 @@ struct InspectedFile {
   std::vector<std::pair<std::uint32_t, std::uint32_t>> overlaps;  // block header offset, stream
   std::vector<bool> contested;  // by block: another stream claims it as well
   FindingList findings;
-
-  bool IsRootSlot(const InspectedStream& stream) const {
-    return stream.origin == StreamOrigin::kLostDirectory || stream.parent == kNoIndex;
-  }
 };
 
 // Bytes of data that the block holds, as far as they lie in the file.

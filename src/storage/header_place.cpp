@@ -58,7 +58,7 @@ bool HeaderPlace::WriteWord(File& file, std::size_t at, const std::uint8_t* befo
   std::uint8_t mixed[kWordSize];
   std::memcpy(mixed, before, border);
   std::memcpy(mixed + border, after + border, kWordSize - border);
-  const auto [least, most] = std::minmax(Load32(before), Load32(after));
+  const auto [least, most] = std::minmax({Load32(before), Load32(after)});
   const bool fromEnd = least <= Load32(mixed) && Load32(mixed) <= most;
   if (border == kWordSize || !fromEnd) return Write(file, at, after, kWordSize);
   return Write(file, at + border, after + border, kWordSize - border) &&

@@ -120,8 +120,6 @@ bool CMapSort::Remove(std::string_view name) {
   return true;
 }
 
-void CMapSort::Clear() { *this = CMapSort(); }
-
 CMapSort::EntryId CMapSort::First() const {
   const auto front =
       std::find_if(buckets.begin(), buckets.end(), [](const Entry* e) { return e != nullptr; });

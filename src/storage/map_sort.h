@@ -48,7 +48,6 @@ class CMapSort {
   void MakeRoom();
   // False when the name is not there.
   bool Remove(std::string_view name);
-  void Clear();
 
   // --- Unsorted walk
   EntryId First() const;

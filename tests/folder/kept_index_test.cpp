@@ -45,5 +45,39 @@ TEST_F(KeptIndex, IsWorthNothingOnceTheFolderIsAnother) {
   EXPECT_FALSE(Has(*second, "a/z"));
 }
 
+TEST_F(KeptIndex, TakesNoNameForAnotherWithTheSameHash) {
+  const std::string one = "8yn0iYCKYHlIj4-BwPqk", other = "GReLUrM4wMqfg9yzV3KQ";
+  const Storage storage = Create();
+  Plant(*storage, {"f/", "f/" + one + "=1", one + "=3"});
+  EXPECT_FALSE(Has(*storage, "f/" + other) || Has(*storage, other));
+  Plant(*storage, {"f/" + other + "=2", other + "=4"});
+  const Storage second = Open();
+  for (aoStorage* handle : {storage.get(), second.get()}) {
+    const Stream folder = OpenPath(*handle, "f");
+    for (const std::string& name : {other, one, other, one}) {  // with an index of others, and own
+      const Stream child(folder->OpenStream(name.c_str(), kReadFlags));
+      ASSERT_TRUE(child);
+      EXPECT_EQ(ReadValue(*child), Bytes{name == one ? std::uint8_t{'1'} : std::uint8_t{'2'}});
+    }
+    EXPECT_EQ(ReadValue(*OpenPath(*handle, other)), Bytes{'4'});
+    EXPECT_EQ(ReadValue(*OpenPath(*handle, one)), Bytes{'3'});
+  }
+  for (const std::string& first : {one, other}) {  // found one after the other by one operation
+    const std::string goal = "to" + first;
+    Plant(*storage, {goal + "/", goal + "/" + first + "=8"});
+    Plant(*storage, {goal + "/" + (first == one ? other : one) + "=9"});
+    const Stream from = OpenPath(*storage, "f"), to = OpenPath(*storage, goal);
+    EXPECT_TRUE(from->CopyFolder(to.get()));
+    EXPECT_EQ(ReadValue(*OpenPath(*storage, goal + "/" + one)), Bytes{'1'});
+    EXPECT_EQ(ReadValue(*OpenPath(*storage, goal + "/" + other)), Bytes{'2'});
+    std::vector<std::string> names;
+    to->EnumStreams(names);
+    EXPECT_EQ(names.size(), 2U);
+  }
+  Plant(*storage, {"-f/" + one, "-" + one});
+  EXPECT_FALSE(Has(*storage, "f/" + one) || Has(*storage, one));
+  EXPECT_TRUE(Has(*storage, "f/" + other) && Has(*storage, other));
+}
+
 }  // namespace
 }  // namespace aostorage::testing

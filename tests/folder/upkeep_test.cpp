@@ -1,12 +1,10 @@
 // Walks over children, renames and removals.
 #include <pthread.h>
 
-#include <cerrno>
 #include <functional>
 
 #include "folder/storage_fixture.h"
 #include "support/check_file.h"
-#include "support/gauntlet.h"
 
 namespace aostorage::testing {
 namespace {
@@ -211,19 +209,6 @@ TEST_F(FolderUpkeep, RemovalGoesDeepestFirstAndKeepsEveryByteBesideTheRecords) {
   EXPECT_EQ(other->SetEntry("n", std::int32_t{1}), 0);
   EXPECT_FALSE(other->Erase() || other->SetLength(0) || other->Rename("back"));
   EXPECT_EQ(File(), expected);
-}
-
-// Each slot that cannot be rewritten makes the folder forgotten, and read from its start.
-TEST_F(FolderUpkeep, AClearingWhoseWritesFailIsGivenUp) {
-  for (int i = 0; i < 2000; ++i)
-    ASSERT_TRUE(Got(folder->CreateStream(std::to_string(i).c_str(), kPlainKind, kWriteFlags)));
-  const Bytes before = File();
-  Watch watch;
-  watch.FailAt(1, Only(Call::kWrite), EIO, SIZE_MAX);
-  folder->ClearFolder();
-  EXPECT_EQ(LastError().systemError, EIO);
-  EXPECT_LE(watch.Moved(), MostMoved(before.size()));
-  EXPECT_EQ(File(), before);
 }
 
 // A thread with a small stack, as a recursion over the depth of the tree would not survive it.

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <random>
 #include <set>
@@ -11,6 +12,7 @@
 #include <aostorage/inspect.h>
 
 #include "support/raw_file.h"
+#include "support/syscalls.h"
 #include "support/temp_dir.h"
 
 namespace aostorage::testing {
@@ -72,6 +74,12 @@ class InspectionOf : public ::testing::Test {
 TEST_F(InspectionOf, ASoundFileTellsEveryRecordOnce) {
   const auto inspection = Look();
   EXPECT_EQ(Found(), std::set<std::string>());
+  EXPECT_TRUE(inspection->SlotsPerDirectory() == 64 && inspection->ReservedSlotCount() == 6);
+  const auto behind = static_cast<std::uint32_t>(inspection->Streams().size());
+  EXPECT_EQ(inspection->PathOf(behind) + inspection->NameOf(behind), "");
+  EXPECT_EQ(inspection->ReadStream(behind, [](const void*, std::size_t) { return true; }), 0U);
+  EXPECT_STREQ(RuleName(static_cast<Rule>(99)), "?");
+  EXPECT_STREQ(RuleText(static_cast<Rule>(99)), "");
   std::vector<std::string> lines;
   const char* const kinds[] = {"header", "directory", "slot",   "block",   "count",
                                "child",  "data",      "behind", "reserve", "unknown"};
@@ -102,6 +110,31 @@ TEST_F(InspectionOf, ASoundFileTellsEveryRecordOnce) {
                                       "child 80 live box/kid",     "child 80 vacated " + inBox,
                                       "child 80 live box/box2",    "block 20 vacated " + atRoot,
                                       "data 70 vacated " + atRoot}));
+}
+
+TEST_F(InspectionOf, WhatTheSystemCannotReadIsNamedAndTakenAsZeros) {
+  Look();
+  std::size_t k = 1;
+  for (;; ++k) {
+    SCOPED_TRACE(k);
+    Watch watch;
+    watch.FailAt(k, Only(Call::kRead), EIO, 1);  // a page, then its first sector
+    InspectOptions options;
+    options.salvage = true;
+    const auto inspection = Inspection::Of(path.c_str(), options);
+    if (!watch.FaultFired()) break;
+    ASSERT_TRUE(inspection);
+    EXPECT_EQ(inspection->CountOf(Rule::kUnreadable), 1U);
+    EXPECT_GT(inspection->BytesMadeUp(), 0U);
+    std::uint64_t end = 0;
+    inspection->ForEachRecord([&](const Record& record) {
+      EXPECT_EQ(record.offset, end);
+      end = record.offset + record.size;
+      return true;
+    });
+    EXPECT_EQ(end, file.bytes.size());
+  }
+  EXPECT_GT(k, 1U);
 }
 
 TEST_F(InspectionOf, BrokenRulesAreNamedWithTheirPlace) {

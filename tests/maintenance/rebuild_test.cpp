@@ -34,6 +34,8 @@ TEST_F(Rebuild, WritesTheFileThatPlainCallsWouldMake) {
   {  // larger than what is gathered in memory, and more behind it
     const Storage storage = Open();
     Plant(*storage, {"big=" + std::string(5000000, 'b'), "behind=" + std::string(2000000, 'c')});
+    for (char c = 'a'; c <= 'z'; ++c)  // small enough to be gathered, across its wrap
+      Plant(*storage, {std::string("f/m") + c + "=" + std::string(90001, c)});
   }
   TreeText order;  // as the cookie iteration has it
   {

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <new>
 #include <set>
 #include <thread>
 
@@ -142,6 +143,26 @@ TEST_F(Reasons, AreSetAlsoWhereTheResultDoesNotTell) {
        "CAoStreamFile::Write", noMagic},
       {"no stream", [&] { none.Write("x", 1); }, ErrorCode::kNotOpen, "CAoStreamFile::Write"},
       {"not a file", [&] { base.CFile::SetLength(1); }, ErrorCode::kNotOpen, "CFile::SetLength"},
+      {"not a file", [&] { base.CFile::Duplicate(); }, ErrorCode::kNotOpen, "CFile::Duplicate"},
+      {"not a file", [&] { base.CFile::Read(out.data(), 1); }, ErrorCode::kNotOpen, "CFile::Read"},
+      {"not a file", [&] { base.CFile::Write("x", 1); }, ErrorCode::kNotOpen, "CFile::Write"},
+      {"not a file", [&] { base.CFile::LockRange(0, 1); }, ErrorCode::kNotOpen, "CFile::LockRange"},
+      {"not a file", [&] { base.CFile::UnlockRange(0, 1); }, ErrorCode::kNotOpen,
+       "CFile::UnlockRange"},
+      {"not a file", [&] { base.CFile::GetBufferPtr(0, 1, nullptr, nullptr); }, ErrorCode::kNotOpen,
+       "CFile::GetBufferPtr"},
+      {"no word", [&] { EXPECT_EQ(HashLoadHashWord(nullptr), 0U); }, ErrorCode::kBadArgument,
+       "HashLoadHashWord"},
+      {"no place", [&] { HashStoreHashWord(nullptr, 1); }, ErrorCode::kBadArgument,
+       "HashStoreHashWord"},
+      {"no record", [&] { EXPECT_EQ(FormHashIndexDword(nullptr, 1), 0U); }, ErrorCode::kBadArgument,
+       "FormHashIndexDword"},
+      {"no path", [&] { EXPECT_EQ(Inspection::Of(nullptr), nullptr); }, ErrorCode::kNameUnusable,
+       "Inspection::Of"},
+      {"memory as a stream", [&] { memory.aoStream::Read(out.data(), 1); }, ErrorCode::kWrongKind,
+       "aoStream::Read"},
+      {"memory as a stream", [&] { memory.aoStream::Write("x", 1); }, ErrorCode::kWrongKind,
+       "aoStream::Write"},
       {"memory stream", [&] { memory.GetLength(); }, ErrorCode::kWrongKind, "aoStream::GetLength"},
       {"nothing to detach", [&] { memory.Detach(size); }, ErrorCode::kNotFound,
        "aoStream2::Detach"},
@@ -175,6 +196,13 @@ TEST_F(Reasons, AreSetAlsoWhereTheResultDoesNotTell) {
            EXPECT_EQ(LastError().code, ErrorCode::kNameUnusable);
            return false;
          });
+       },
+       ErrorCode::kCancelled, "aoStorage::Recreate"},
+      {"progress that throws",
+       [&] {
+         const Storage sound(aoStorage::Create(dir.File("sound").c_str(), kWriteFlags, 0));
+         const auto throws = [](const RebuildReport&) -> bool { throw std::bad_alloc(); };
+         EXPECT_EQ(aoStorage::Recreate(sound.get(), dir.File("new").c_str(), throws), sound.get());
        },
        ErrorCode::kCancelled, "aoStorage::Recreate"},
       {"folder into a plain one", [&] { Root("f")->CopyFolder(a.get()); }, ErrorCode::kWrongKind,
@@ -331,6 +359,21 @@ TEST_F(Reasons, BelongToTheThread) {
   EXPECT_EQ(atFirst, ErrorCode::kNone);
   EXPECT_EQ(then, ErrorCode::kNameUnusable);
   EXPECT_EQ(LastError().code, ErrorCode::kNotFound);
+}
+
+TEST_F(Reasons, OfTheSystemKeepItsNumber) {
+  const std::pair<int, ErrorCode> rows[] = {
+      {EPERM, ErrorCode::kAccessDenied},   {EROFS, ErrorCode::kAccessDenied},
+      {ETXTBSY, ErrorCode::kAccessDenied}, {EDQUOT, ErrorCode::kDiskFull},
+      {ENXIO, ErrorCode::kNotAFile},       {ENODEV, ErrorCode::kNotAFile},
+      {ENOMEM, ErrorCode::kNoMemory},      {EMFILE, ErrorCode::kInputOutput}};
+  for (const auto& [number, code] : rows) {
+    Watch watch;
+    watch.FailAt(1, Only(Call::kOpen), number);
+    EXPECT_EQ(Open(), nullptr);
+    EXPECT_STREQ(ErrorName(LastError().code), ErrorName(code));
+    EXPECT_EQ(LastError().systemError, number);
+  }
 }
 
 TEST_F(Reasons, TakeNoMemory) {

@@ -72,9 +72,6 @@ struct Step {
   bool begins = false;  ///< may leave streams begun, which are then removed and made again
   bool logs = false;    ///< appends, wherever the stream ends
   bool syncs = false, removes = false;
-  Ends MayEnd() const {
-    return erases ? Ends::kAnywhere : flushing ? Ends::kFlushed : Ends::kBetween;
-  }
   bool loses = false;  ///< when it fails, the storage object does not know the stream any more
   bool opens = false;  ///< nothing is open before it
 

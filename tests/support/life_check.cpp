@@ -111,7 +111,8 @@ std::string CheckOthers(const std::string& path, const Values& before,
     if (broken.empty() && (stream == nullptr || !Reader::Read(*stream, value)))
       wrong += name + " cannot be read, and nothing tells why\n";
   }
-  for (const auto& [name, expected] : before) {
+  for (const auto& [streamName, expected] : before) {
+    const std::string& name = streamName;  // the lambdas cannot hold what is bound
     const auto isOf = [&](const auto& which) {
       return std::any_of(steps.begin(), steps.end(), which);
     };
