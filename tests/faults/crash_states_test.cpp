@@ -66,7 +66,7 @@ TEST_F(CrashStates, BetweenWritesAndInsideAppendsHoldWhatWasCommitted) {
       SCOPED_TRACE("cut at " + std::to_string(cut));
       Tear(file, write, cut);
       EXPECT_EQ("",
-                CheckBetween(path, life.values[at], life.values[at + 1], life.steps[at].erases));
+                CheckBetween(path, life.values[at], life.values[at + 1], life.steps[at].flushing));
     }
   });
   Tell("states between writes and inside appends", tried, all);

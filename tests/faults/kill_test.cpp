@@ -131,7 +131,7 @@ TEST_F(Kills, AtAnyMomentLoseNothingThatHadReturned) {
     } else if (at == life.steps.size()) {
       ASSERT_EQ("", CheckBetween(path, before, before));
     } else {
-      ASSERT_EQ("", CheckBetween(path, before, life.values[at + 1], life.steps[at].erases));
+      ASSERT_EQ("", CheckBetween(path, before, life.values[at + 1], life.steps[at].flushing));
     }
     inCall += File() != recorded.steps[at].before ? 1 : 0;
   }

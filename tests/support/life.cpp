@@ -263,7 +263,7 @@ class LifeWriter {
     if (all.empty() || Children() + all.size() > kMostChildren) return false;
     Merge(*from, *to);
     const std::string source = PathOf(*from), path = step.path = PathOf(*to), below = path + "/";
-    step.flushing = step.erases = step.begins = true;
+    step.flushing = step.begins = true;
     step.perform = [=](Session& session) {
       session.LetGo(below);
       aoStream* const goal = session.At(path);
@@ -331,7 +331,7 @@ class LifeWriter {
     to->Cut(0);
     to->Put(0, from->value, true);
     const std::string source = PathOf(*from), path = step.path = PathOf(*to);
-    step.flushing = step.erases = true;
+    step.flushing = true;
     step.perform = [=](Session& session) {
       aoStream* const stream = session.At(source);
       aoStream* const goal = stream == nullptr ? nullptr : session.At(path);

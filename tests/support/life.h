@@ -60,8 +60,7 @@ struct Step {
   std::string label;
   std::string path, other;  ///< the streams that it changes, with all that is below them
   std::function<bool(Session& session)> perform;  ///< see Run
-  bool flushing = false;  ///< ends streams by a final write: one that fails may end them earlier
-  bool erases = false;    ///< streams are empty meanwhile
+  bool flushing = false;  ///< shortens streams: meanwhile, and if it fails, they may end earlier
   bool begins = false;    ///< may leave streams begun, which are then removed and made again
   bool logs = false;      ///< appends, wherever the stream ends
   bool syncs = false, removes = false;
