@@ -46,7 +46,8 @@ std::vector<unsigned> HistorySeeds(std::size_t count) {
   if (const char* replayed = std::getenv("AOSTORAGE_TEST_SEED")) {
     return {static_cast<unsigned>(std::strtoul(replayed, nullptr, 10))};
   }
-  std::vector<unsigned> seeds{std::random_device{}()};
+  const bool same = std::getenv("AOSTORAGE_TEST_SAME_SEEDS") != nullptr;
+  std::vector<unsigned> seeds{same ? 0 : std::random_device{}()};
   while (seeds.size() < count) seeds.push_back(static_cast<unsigned>(seeds.size()));
   return seeds;
 }

@@ -13,7 +13,8 @@
 namespace aostorage::testing {
 
 /// Seeds for `count` histories. One of them differs in each run; the environment variable
-/// AOSTORAGE_TEST_SEED replays a single one. Put the seed into a SCOPED_TRACE.
+/// AOSTORAGE_TEST_SEED replays a single one, AOSTORAGE_TEST_SAME_SEEDS makes all runs equal. Put
+/// the seed into a SCOPED_TRACE.
 std::vector<unsigned> HistorySeeds(std::size_t count);
 
 struct ModelBlock {
