@@ -312,34 +312,5 @@ TEST_F(InspectionOf, OrphansInACircleComeToAnEnd) {
   EXPECT_EQ(Look()->CountOf(Rule::kOrphanChain), 1U) << "one inside the other";
 }
 
-TEST_F(InspectionOf, AnyBytesWhateverGiveRecordsThatCoverTheFile) {
-  std::minstd_rand random(20);
-  const Bytes sound = file.bytes;
-  const std::uint32_t words[] = {0,   1,   20,    32,         0xFFFFFFFF, 0x7FFFFFFF, 0x80000000,
-                                 box, kid, plain, 0xFAFAFAFA, 0xFBFBFBFB, 0xFCFCFCFC};
-  for (int round = 0; round < 1500; ++round) {
-    file.bytes = sound;
-    for (auto i = random() % 6 + 1; i > 0; --i) {
-      const std::size_t offset = random() % (file.bytes.size() - 4);
-      Put(random() % 2 == 0 ? offset / 4 * 4 : offset, random() % 2 == 0
-                                                           ? words[random() % std::size(words)]
-                                                           : static_cast<std::uint32_t>(random()));
-    }
-    if (random() % 8 == 0) file.bytes.resize(random() % file.bytes.size());
-    const auto inspection = Look(true);
-    ASSERT_NE(inspection, nullptr);
-    std::uint64_t end = 0;
-    inspection->ForEachRecord([&](const Record& record) {
-      if (record.kind == RecordKind::kBlockHeader && record.block == kNoIndex) return true;
-      EXPECT_EQ(record.offset, end) << "round " << round;
-      end = record.offset + record.size;
-      return true;
-    });
-    ASSERT_EQ(end, file.bytes.size()) << "round " << round;
-    for (std::uint32_t i = 0; i < inspection->Streams().size(); ++i)
-      inspection->ReadStream(i, [](const void*, std::size_t) { return true; });
-  }
-}
-
 }  // namespace
 }  // namespace aostorage::testing

@@ -206,27 +206,5 @@ TEST_F(RebuildFaults, TheProcessIsKilledAtAnyMoment) {
     std::cout << "[  POINTS  ] " << times << " times: " << what << "\n";
 }
 
-// In a process of its own: the limit is the process's.
-TEST_F(RebuildFaults, AFullDiskLeavesTheOldFileAndNoOther) {
-  for (const rlim_t size : {rlim_t{100}, rlim_t{kEmptyFileSize}, rlim_t{kBigSize}}) {
-    SCOPED_TRACE(size);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      std::signal(SIGXFSZ, SIG_IGN);
-      const rlimit limit{size, size};
-      ::setrlimit(RLIMIT_FSIZE, &limit);
-      ::_exit(aoStorage::Recreate(path.c_str()) == 0 && LastError().code == ErrorCode::kDiskFull
-                  ? 0
-                  : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(File(), before);
-    EXPECT_EQ(NamesInDirectory(), std::vector<std::string>{"storage"});
-  }
-}
-
 }  // namespace
 }  // namespace aostorage::testing
