@@ -92,6 +92,15 @@ TEST_F(FolderUpkeep, AWalkSeesWhatChangesInFrontOfIt) {
   EXPECT_EQ(Get32(Raw("f").chain, 0), 5U);
 }
 
+TEST_F(FolderUpkeep, ARemovalThatMeetsAHeldChildEndsThisFolderAlone) {
+  Make({"a", "held"});
+  const Stream held = Child("held", kWriteFlags | kExclusive), other = MakeRoot("other");
+  EXPECT_TRUE(Remove(folder)) << "the folder goes all the same";
+  EXPECT_FALSE(Root("f", kReadFlags));
+  EXPECT_EQ(held->Write("x", 1), kFailed);
+  EXPECT_EQ(other->Write("x", 1), 1U);
+}
+
 TEST_F(FolderUpkeep, RemovalGoesDeepestFirstAndKeepsEveryByteBesideTheRecords) {
   Make({"a"});
   {

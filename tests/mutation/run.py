@@ -139,12 +139,32 @@ def mutants_of_file(name, text, rng):
     return drawn
 
 
-def all_mutants(seed, only):
+def reaches():
+    """How many sources of the library see each header, by its path below src/."""
+    names = {path.relative_to(ROOT / "src").as_posix(): path for path in (ROOT / "src").rglob("*.*")}
+    seen = {name: set(re.findall(r'#include "([^"]+)"', path.read_text()))
+            for name, path in names.items() if path.suffix in (".cpp", ".h")}
+    counts = collections.Counter()
+    for name in seen:
+        if name.endswith(".h"):
+            continue
+        found, waiting = set(), [name]
+        while waiting:
+            for other in seen.get(waiting.pop(), set()) - found:
+                found.add(other)
+                waiting.append(other)
+        counts.update(found)
+    return counts
+
+
+def all_mutants(seed, only, reach):
     """Every mutant of the library; any beginning of the list is spread over the files by their size."""
-    keyed = []
+    keyed, counts = [], reaches()
     for path in sorted((ROOT / "src").rglob("*")):
         name = path.relative_to(ROOT).as_posix()
         if path.suffix not in (".cpp", ".h") or (only and not any(o in name for o in only)):
+            continue
+        if path.suffix == ".h" and counts[path.relative_to(ROOT / "src").as_posix()] > reach:
             continue
         text = path.read_text()
         rng = random.Random(f"{seed} {name}")
@@ -273,25 +293,32 @@ class Workshop:
         finally:
             path.write_text(original)
 
-    def make_plan(self):
-        """Stages of shards of tests, fast tests first, from a run of the tree as it is."""
-        report = self.directory / "times.json"
-        listed = subprocess.run([self.program, "--gtest_list_tests"], stdout=subprocess.PIPE,
-                                text=True, check=True)
-        if not listed.stdout.strip():
-            sys.exit("mutants: no tests")
+    def time_tests(self):
+        """A report of how long each test takes in the tree as it is; the last one, if it is of this
+        very program."""
+        report, known = self.directory / "times.json", self.directory / "times.sha256"
+        program = hashlib.sha256(self.program.read_bytes()).hexdigest()
+        if report.exists() and known.exists() and known.read_text() == program:
+            return report
         failure = self.run_tests(["*"], 1800, fail_fast=False, report=report)
         if failure is not None:
             sys.exit(f"{self.last_output[-5000:]}\nmutants: the tree as it is {failure[0]}: {failure[1]}")
-        times = []
+        known.write_text(program)
+        return report
+
+    def make_plan(self, most_seconds):
+        """Stages of shards of tests, fast tests first, of those that take no longer than that."""
+        report, times = self.time_tests(), []
         for suite in json.loads(report.read_text())["testsuites"]:
             for test in suite["testsuite"]:
                 times.append((float(test["time"].rstrip("s")), f"{suite['name']}.{test['name']}"))
+        if not times:
+            sys.exit("mutants: no tests")
         times.sort()
         self.quick = {name for seconds, name in times if seconds < 1}
         plan = []
         for least, most in ((0, 0.1), (0.1, 1), (1, 3), (3, 1e9)):
-            chosen = [entry for entry in times if least <= entry[0] < most]
+            chosen = [entry for entry in times if least <= entry[0] < min(most, most_seconds)]
             stage = [chosen[i::self.shards] for i in range(self.shards)]
             plan.append([([name for _, name in shard], 10 * sum(t for t, _ in shard) + 20)
                          for shard in stage if shard])
@@ -300,14 +327,14 @@ class Workshop:
 
 
 def run_all(options, mutants):
-    os.nice(10)
+    os.nice(options.nice)
     base = pathlib.Path(options.dir).resolve()
     jobs = options.jobs
     shops = [Workshop(base / str(i), 2 if jobs == 1 else 1, 2 if jobs == 1 else 1)
              for i in range(jobs)]
     for shop in shops:
         shop.prepare()
-    plan = shops[0].make_plan()
+    plan = shops[0].make_plan(options.most_seconds)
     free, lock, tally = queue.Queue(), threading.Lock(), collections.Counter()
     caught_by = collections.defaultdict(collections.Counter)  # of each directory of src/: test, times
     for shop in shops:
@@ -358,16 +385,31 @@ def main():
     parser.add_argument("--only", action="append", default=[], metavar="FILE",
                         help="only files whose path contains this; may be given again")
     parser.add_argument("--list", action="store_true", help="list them and try none")
-    parser.add_argument("--again", metavar="OUTPUT", help="those named in the output of a run")
+    parser.add_argument("--again", metavar="OUTPUT",
+                        help="those named in the output of a run, or in lines of it")
+    parser.add_argument("--but-not", metavar="OUTPUT", help="all but those named in it: to go on")
+    parser.add_argument("--reach", type=int, default=1000, metavar="N",
+                        help="leave out headers that more sources than this include")
+    parser.add_argument("--most-seconds", type=float, default=1e9, metavar="SECONDS",
+                        help="leave out the tests that take longer, for a first look")
+    parser.add_argument("--nice", type=int, default=10, help="priority (10)")
     parser.add_argument("--jobs", type=int, default=1, help="copies of the tree at work (1)")
     parser.add_argument("--dir", default=ROOT / "build" / "mutants", help="where the copies lie")
     options = parser.parse_args()
 
-    mutants = all_mutants(options.seed, options.only)
+    mutants = all_mutants(options.seed, options.only, options.reach)
+
+    def named(output):
+        with open(output) as lines:
+            return {line.rstrip("\n").split("\t")[-1] for line in lines}
+
     if options.again:
-        names = {line.rstrip("\n").split("\t")[-1] for line in open(options.again)}
+        names = named(options.again)
         mutants = [mutant for mutant in mutants if name_of(mutant) in names]
         options.count = len(mutants)
+    if options.but_not:
+        names = named(options.but_not)
+        mutants = [mutant for mutant in mutants if name_of(mutant) not in names]
     if options.list:
         for mutant in mutants[:options.count]:
             print(name_of(mutant))

@@ -140,6 +140,9 @@ TEST_F(RootStreams, ALocatorOpensWhatLiesThere) {
     EXPECT_FALSE(Got(storage->OpenStreamByOffset({offset, 32, 64, 0}, "key", kReadFlags)))
         << offset;
   }
+  locator.directoryOffset = 0;
+  EXPECT_FALSE(Stream(storage->OpenStreamByOffset(locator, "key", kReadFlags))->GoNext());
+  EXPECT_EQ(LastError().code, ErrorCode::kWrongKind) << "of no directory";
   // A child opened so is renamed behind the folder's index.
   const Stream folder = MakeRoot("f", kFolderKind);
   ASSERT_EQ(folder->SetEntry("a", 1) + folder->SetEntry("b", 2), 2);
