@@ -253,12 +253,17 @@ TEST_F(InspectionOf, WithoutItsHeaderTheNamesAreFoundAgain) {
 
 TEST_F(InspectionOf, ChainsWithoutAnOwnerKeepTheNamesBelowThem) {
   file.PutSlot(7, Bytes(kSlotSize));  // the folder's header is gone
+  const std::uint32_t deep = file.AddChain(Pattern(20));
+  const std::uint32_t inner = file.AddChain(FolderPayload({StreamRecord("deep", false, 20, deep)}));
+  const std::uint32_t outer = file.AddChain(FolderPayload({StreamRecord("in", true, 84, inner)}));
   const auto inspection = Look();
   std::set<std::string> paths;
   for (std::uint32_t i = 0; i < inspection->Streams().size(); ++i)
     paths.insert(inspection->PathOf(i));
   const std::string lost = "<orphan " + std::to_string(box) + ">";
-  EXPECT_EQ(paths, (std::set<std::string>{"plain", lost, lost + "/kid", lost + "/box2",
+  const std::string second = "<orphan " + std::to_string(outer) + ">";
+  EXPECT_EQ(paths, (std::set<std::string>{"plain", lost, lost + "/kid", lost + "/box2", second,
+                                          second + "/in", second + "/in/deep",
                                           lost + "/<removed " + std::to_string(Child(1)) + ">",
                                           "<removed " + std::to_string(file.SlotAt(8)) + ">"}));
 }
@@ -276,6 +281,12 @@ TEST_F(InspectionOf, ManyWaysToTheSameBytesAreGoneOnce) {
   EXPECT_GT(inspection->CountOf(Rule::kNoOverlap), 10000U);
   EXPECT_LE(inspection->Findings().size(), 10000U);  // they are counted, not all kept
   EXPECT_EQ(inspection->Blocks().size(), 40000U + 8);
+  std::size_t overlapping = 0;
+  EXPECT_TRUE(inspection->ForEachRecord([&overlapping](const Record& record) {
+    overlapping += record.state == RecordState::kOverlapping ? 1U : 0U;
+    return true;
+  }));
+  EXPECT_GT(overlapping, 100U);
 
   InspectOptions options;
   options.mostRecords = 1000;
