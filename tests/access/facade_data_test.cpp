@@ -143,6 +143,7 @@ TEST_F(FacadeData, NamesNumberedStreams) {
 
 TEST_F(FacadeData, RemovesDirectoriesOfFiles) {
   namespace fs = std::filesystem;
+  const auto descriptors = OpenDescriptors();
   for (const char* none : {path.c_str(), "", static_cast<const char*>(nullptr)})
     CCompStgFile::Remove(none);
   EXPECT_EQ(File(), start) << "a file is no directory";
@@ -182,6 +183,7 @@ TEST_F(FacadeData, RemovesDirectoriesOfFiles) {
   CCompStgFile::Remove((target + "/").c_str());
   EXPECT_FALSE(fs::exists(target));
   EXPECT_EQ(File(), start) << "behind a link";
+  EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
 }  // namespace

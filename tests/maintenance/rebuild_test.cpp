@@ -77,6 +77,8 @@ TEST_F(Rebuild, WritesTheFileThatPlainCallsWouldMake) {
   EXPECT_EQ(reports.front().reserved, 1U);
   EXPECT_EQ(reports.back().streams, after.streams.size());
   EXPECT_EQ(reports.back().durations, 1U);
+  EXPECT_GT(reports.back().bytes, 7000000U);
+  EXPECT_LT(reports.back().bytes, File().size());
   const Storage storage = Open();
   EXPECT_FALSE(Got(storage->OpenStreamFast("fast", kReadFlags)));
   EXPECT_TRUE(Got(storage->OpenStream("fast", kReadFlags)));

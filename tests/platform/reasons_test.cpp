@@ -83,6 +83,8 @@ TEST_F(Reasons, OfDamageNameTheRecordAtFault) {
           ErrorCode::kTruncated, "aoStream::Read", cut},
          {"length above the chain", [&] { Root("long")->Seek(0, 1); }, ErrorCode::kContradiction,
           "aoStream::Seek", SlotOffset(11)},
+         {"seek behind the end", [&] { Root("a")->Seek(500, 0); }, ErrorCode::kBehindEnd,
+          "aoStream::Seek"},
          {"copy of it",
           [&] {
             std::uint8_t* buffer = nullptr;
