@@ -184,6 +184,8 @@ TEST_F(Reasons, AreSetAlsoWhereTheResultDoesNotTell) {
       {"rename", [&] { a->Rename(""); }, ErrorCode::kNameUnusable, "aoStream::Rename"},
       {"not writable", [&] { Root("a", kReadFlags)->Erase(); }, ErrorCode::kNotWritable,
        "aoStream::Erase"},
+      {"hash word", [&] { HashLoadHashWord(nullptr); }, ErrorCode::kBadArgument,
+       "HashLoadHashWord"},
       {"lost place", [&] { a->Seek(500, 0), a->Read(out.data(), 1); }, ErrorCode::kOutOfStep,
        "aoStream::Read"},
   });
@@ -289,6 +291,7 @@ TEST_F(Reasons, OfSuccessAreWhatWasThereBefore) {
                copied->CopyStream(&memory);
       },
       [&] { return Root("made")->Read(out.data(), 1) == 0; },
+      [&] { return (*MakeRoot("text") << "text").GetLength() == 6; },
       [&] { return Root("a")->Read(out.data(), 500) == 10; },
       // The chain that the slot keeps is damaged: the folder begins another.
       [&] {
