@@ -13,7 +13,7 @@ const Target& target = *FindTarget(AOSTORAGE_FUZZ_TARGET);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  target.run(data, size);
+  aostorage::fuzz::Run(target, data, size);
   return 0;
 }
 

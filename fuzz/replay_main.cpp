@@ -20,7 +20,7 @@ int main(int count, char** arguments) {
         if (!entry.is_regular_file()) continue;
         std::fprintf(stderr, "%s %s\n", target.name, entry.path().c_str());
         const aostorage::testing::Bytes bytes = aostorage::testing::ReadFile(entry.path().string());
-        target.run(bytes.data(), bytes.size());
+        Run(target, bytes.data(), bytes.size());
         ++here;
       }
       const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;

@@ -6,6 +6,7 @@
 #include <aostorage/aostorage.h>
 
 #include "support/handles.h"
+#include "support/hostile_files.h"
 #include "support/input.h"
 #include "support/scratch.h"
 #include "targets/targets.h"
@@ -17,7 +18,8 @@ using testing::FileBuilder;
 using testing::Pattern;
 using testing::Storage;
 using testing::Stream;
-using testing::StreamRecord;
+
+constexpr std::size_t kLargest = 20000;  // see ./dev fuzz
 
 // Two folder levels, entries of some forms, a removed stream, a chain of several blocks.
 Bytes MadeByTheLibrary() {
@@ -40,37 +42,14 @@ Bytes MadeByTheLibrary() {
   return testing::ReadFile(path);
 }
 
+// And those that lie: what a damaged file can look like.
 std::vector<Bytes> Files() {
-  FileBuilder empty, older(FileBuilder::Form::kOlder, 2), full, split, vacated, tiny, shared, graph;
-  older.AddStream(2, "a", Pattern(50), {20, 40});
-  full.AddDirectory();
-  for (std::uint32_t slot = 6; slot < 64; ++slot)
-    full.PutSlot(slot, StreamRecord(std::to_string(slot), slot % 2 == 0, 0, 0));
-  full.PutSlot(1, StreamRecord("behind", false, 0, 0), 1);
-  const std::uint32_t child = split.AddChain(Pattern(30));
-  split.AddStream(
-      6, "box",
-      testing::FolderPayload({StreamRecord("a", false, 30, child), StreamRecord("b", true, 0, 0),
-                              StreamRecord("", false, 0, 0)}),
-      {30, 60, 100, 90}, true);
-  const std::uint32_t chain = vacated.AddChain(Pattern(60), {20, 100});
-  vacated.PutSlot(6, StreamRecord("", false, 0, chain));
-  // What must not cost more than its bytes: many tiny blocks, and one chain that many share.
-  tiny.AddStream(6, "a", Pattern(400), std::vector<std::uint32_t>(400, 1));
-  tiny.AddStream(7, "b", Pattern(50), std::vector<std::uint32_t>(100, 0));
-  const std::uint32_t all = shared.AddChain(Pattern(3000));
-  for (std::uint32_t slot = 6; slot < 64; ++slot)
-    shared.PutSlot(slot, StreamRecord(std::to_string(slot), false, 3000, all));
-  std::uint32_t below = graph.AddChain(Pattern(10));
-  for (int level = 0; level < 5; ++level) {
-    std::vector<Bytes> ten;
-    for (int i = 0; i < 10; ++i)
-      ten.push_back(StreamRecord(std::to_string(i), level != 0, level == 0 ? 10 : 804, below));
-    below = graph.AddChain(testing::FolderPayload(ten));
+  std::vector<Bytes> files{MadeByTheLibrary(), FileBuilder().bytes, Bytes(1)};
+  for (const testing::HostileFile& shape : testing::HostileShapes()) {
+    Bytes bytes = shape.make();
+    if (bytes.size() < kLargest) files.push_back(std::move(bytes));
   }
-  graph.PutSlot(6, StreamRecord("box", true, 804, below));
-  return {MadeByTheLibrary(), empty.bytes, older.bytes, full.bytes,   split.bytes,
-          vacated.bytes,      tiny.bytes,  graph.bytes, shared.bytes, Bytes(1)};
+  return files;
 }
 
 void Put(const std::filesystem::path& directory, std::size_t number, const Bytes& bytes) {
@@ -91,7 +70,7 @@ int main(int count, char** arguments) {
     const std::filesystem::path directory = std::filesystem::path(arguments[1]) / target.name;
     std::filesystem::create_directories(directory);
     for (std::size_t i = 0; i < files.size(); ++i) {
-      const Bytes script = Pattern(60 + 40 * i, static_cast<unsigned>(i + 1));
+      const Bytes script = Pattern(60 + 40 * (i % 10), static_cast<unsigned>(i + 1));
       Put(directory, i,
           target.shape == Shape::kFile     ? files[i]
           : target.shape == Shape::kScript ? script

@@ -1,9 +1,9 @@
 // Any bytes as a file, used through paths and through the facade.
 #include <aostorage/aostorage.h>
 
+#include "support/budget.h"
 #include "support/handles.h"
 #include "support/input.h"
-#include "support/meter.h"
 #include "support/record_scan.h"
 #include "support/scratch.h"
 #include "targets/targets.h"
@@ -150,7 +150,7 @@ class Access {
   const std::string path;
   const std::vector<std::string> names;
   Script script;
-  Meter measured;
+  testing::Budget measured;
   int rounds = 0;
 };
 

@@ -1,11 +1,12 @@
 // Any bytes as a file, and operations on it. A file without fault must stay so.
 #include <aostorage/aostorage.h>
 
+#include "support/budget.h"
 #include "support/check_file.h"
 #include "support/handles.h"
 #include "support/input.h"
-#include "support/meter.h"
 #include "support/record_scan.h"
+#include "support/require.h"
 #include "support/scratch.h"
 #include "targets/targets.h"
 
@@ -78,6 +79,7 @@ class Session {
     const std::uint32_t flags = Flags();
     aoStorage& s = *storage;
     const auto keep = [&](const char* label, auto open) { Keep(measured(label, open)); };
+    const auto run = [&](const char* label, auto operation) { measured(label, operation); };
     switch (choice) {
       case 0:
       case 1:
@@ -104,20 +106,16 @@ class Session {
       case 11:
         return keep("obtain fast", [&] { return s.OpenOrCreateStreamFast(name, 1); });
       case 12:
-        measured("entry", [&] { return s.SetEntry(name, "some text"); });
-        return;
+        return run("entry", [&] { return s.SetEntry(name, "some text"); });
       case 13:
-        measured("fast entry", [&] { return s.SetEntryFast(name, 0.5); });
-        return;
+        return run("fast entry", [&] { return s.SetEntryFast(name, 0.5); });
       case 14: {
         const Bytes data = script.Data();
         const auto count = static_cast<std::uint32_t>(data.size());
-        measured("erasing entry", [&] { return s.SetEntryEraseOld(name, data.data(), count); });
-        return;
+        return run("erasing entry", [&] { return s.SetEntryEraseOld(name, data.data(), count); });
       }
       case 15:
-        measured("drop", [&] { return s.RemoveStream(name); });
-        return;
+        return run("drop", [&] { return s.RemoveStream(name); });
       case 16: {
         StreamCookie cookie = static_cast<StreamCookie>(script.Word());
         return keep("odd cookie", [&] { return s.OpenStreamNext(cookie, flags); });
@@ -130,8 +128,7 @@ class Session {
       case 18:
         return keep("first slot", [&] { return s.OpenStreamFirst(flags); });
       case 19:
-        measured("count", [&] { return s.GetSubfolderCount(name); });
-        return;
+        return run("count", [&] { return s.GetSubfolderCount(name); });
       case 20:
         return Rebuild();
       default:
@@ -152,6 +149,7 @@ class Session {
   void OnBytes(aoStream& s, std::uint32_t choice) {
     std::uint8_t room[300];
     const std::uint32_t word = script.Word();
+    const auto run = [&](const char* label, auto operation) { measured(label, operation); };
     const auto write = [&](const char* label, auto operation) {
       tame = tame && s.IsFolder() == 0;  // the records of children, overwritten
       measured(label, operation);
@@ -168,27 +166,20 @@ class Session {
       }
       case 4:
       case 5:
-        measured("read", [&] { return s.Read(room, std::min<std::uint32_t>(word, 300)); });
-        return;
+        return run("read", [&] { return s.Read(room, std::min<std::uint32_t>(word, 300)); });
       case 6:
       case 7:
-        measured("seek", [&] { return s.Seek(word, 0); });
-        return;
+        return run("seek", [&] { return s.Seek(word, 0); });
       case 8:
-        measured("seek", [&] { return s.Seek(word, 1); });
-        return;
+        return run("seek", [&] { return s.Seek(word, 1); });
       case 9:
-        measured("seek", [&] { return s.Seek(word, 2, true); });
-        return;
+        return run("seek", [&] { return s.Seek(word, 2, true); });
       case 10:
-        measured("seek", [&] { return s.Seek(word, 2, false); });
-        return;
+        return run("seek", [&] { return s.Seek(word, 2, false); });
       case 11:
-        measured("seek 2", [&] { return s.Seek2(static_cast<std::int32_t>(word), 0); });
-        return;
+        return run("seek 2", [&] { return s.Seek2(static_cast<std::int32_t>(word), 0); });
       case 12:
-        measured("seek 2", [&] { return s.Seek2(static_cast<std::int32_t>(word), 1); });
-        return;
+        return run("seek 2", [&] { return s.Seek2(static_cast<std::int32_t>(word), 1); });
       case 13:
         return write("shorten", [&] { return s.SetLength(word); });
       case 14:
@@ -196,12 +187,10 @@ class Session {
       case 15:
         return write("value", [&] { return &(s << "text"); });
       case 16:
-        measured("next slot", [&] { return s.GoNext(); });
-        return;
+        return run("next slot", [&] { return s.GoNext(); });
       case 17: {
         std::string text;
-        measured("value", [&] { return &(s >> text); });
-        return;
+        return run("value", [&] { return &(s >> text); });
       }
       default: {
         aoStream& to = *objects[word % objects.size()]->stream;
@@ -217,6 +206,7 @@ class Session {
     const char* name = text.c_str();
     const std::uint32_t flags = Flags();
     const auto keep = [&](const char* label, auto open) { Keep(measured(label, open), object); };
+    const auto run = [&](const char* label, auto operation) { measured(label, operation); };
     switch (choice - 42) {
       case 0:
       case 1:
@@ -234,46 +224,37 @@ class Session {
         return keep("child walk", [&] { return s.OpenStreamNext(cookie, flags); });
       }
       case 8:
-        measured("entry", [&] { return s.SetEntry(name, std::int32_t{7}); });
-        return;
+        return run("entry", [&] { return s.SetEntry(name, std::int32_t{7}); });
       case 9:
-        measured("entry", [&] { return s.SetEntry(name, "some text"); });
-        return;
+        return run("entry", [&] { return s.SetEntry(name, "some text"); });
       case 10: {
         const Bytes data = script.Data();
         const auto count = static_cast<std::uint32_t>(data.size());
-        measured("log entry", [&] { return s.SetEntry(name, data.data(), count); });
-        return;
+        return run("log entry", [&] { return s.SetEntry(name, data.data(), count); });
       }
       case 11:
-        measured("entry", [&] { return s.GetEntry(name, "none"); });
-        return;
+        return run("entry", [&] { return s.GetEntry(name, "none"); });
       case 12: {
         std::vector<std::string> listed;
-        measured("list", [&] { return s.EnumStreams(listed); });
-        return;
+        return run("list", [&] { return s.EnumStreams(listed); });
       }
       case 13:
       case 14:
-        measured("rename", [&] { return s.Rename(name); });
-        return;
+        return run("rename", [&] { return s.Rename(name); });
       case 15:
       case 16:
         return Remove(object);
       case 17:
-        measured("clear", [&] { return s.ClearFolder(); });
-        return;
+        return run("clear", [&] { return s.ClearFolder(); });
       case 18: {
         aoStream& to = *objects[script.Below(static_cast<std::uint32_t>(objects.size()))]->stream;
         tame = tame && s.IsFolder() != 0;
-        measured("copy folder", [&] { return s.CopyFolder(&to); });
-        return;
+        return run("copy folder", [&] { return s.CopyFolder(&to); });
       }
       case 19: {
         tag_aoStream header;
         tag_aoStreamOffset place;
-        measured("add header", [&] { return s.AddStreamHeader(name, 0, header, place); });
-        return;
+        return run("add header", [&] { return s.AddStreamHeader(name, 0, header, place); });
       }
       default:
         objects.erase(std::find(objects.begin(), objects.end(), object));
@@ -298,7 +279,7 @@ class Session {
   const std::string path;
   const std::vector<std::string> names;
   Script script;
-  Meter measured;
+  testing::Budget measured;
   bool tame = true;
   Storage storage;
   std::vector<ObjectPtr> objects;

@@ -7,6 +7,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include <gtest/gtest.h>
+
+#include "support/require.h"
+
 namespace aostorage::fuzz {
 
 void ReadFile(const std::uint8_t* data, std::size_t size);
@@ -35,6 +39,12 @@ inline constexpr Target kTargets[] = {
     {"recover", Shape::kFile, RecoverFile},
     {"access", Shape::kFileAndScript, UseAccess},
 };
+
+/// Runs an input; what a target expects and is not so ends the program, too.
+inline void Run(const Target& target, const std::uint8_t* data, std::size_t size) {
+  target.run(data, size);
+  Require(!::testing::Test::HasFailure(), "an expectation, see above");
+}
 
 /// Null for an unknown name.
 inline const Target* FindTarget(const char* name) {

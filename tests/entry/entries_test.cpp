@@ -267,30 +267,6 @@ TEST_F(Entries, DamageBehindTheValueDoesNotReachIt) {
   EXPECT_EQ(folder->GetEntry("e", "d"), "abc");
 }
 
-TEST_F(Entries, LogsGrowAndPointToTheNewestValue) {
-  struct Row {
-    std::size_t oldLength;
-    std::uint8_t prefix;
-  };
-  for (const Row& row : {Row{0, 4}, {1, 4}, {3, 4}, {4, 4}, {5, 5}, {40, 40}}) {
-    SCOPED_TRACE(row.oldLength);
-    const Bytes old = Pattern(40, 3);
-    Put("log", old);
-    ASSERT_TRUE(Stream(folder->OpenStream("log", kWriteFlags))
-                    ->SetLength(static_cast<std::uint32_t>(row.oldLength)));
-    ASSERT_EQ(folder->SetEntry("log", "new", 3), 1);
-    Bytes expected = Slice(old, 0, row.prefix);
-    const Bytes prefix{row.prefix, 0, 0, 0}, value{'n', 'e', 'w'};
-    std::copy(prefix.begin(), prefix.end(), expected.begin());
-    expected.insert(expected.end(), value.begin(), value.end());
-    EXPECT_EQ(Value("log"), expected);
-    Bytes whole;
-    EXPECT_EQ(ErasedSize(*folder, "log", whole), 1);
-    EXPECT_EQ(whole, expected);
-    RemoveEntry("log");
-  }
-}
-
 TEST_F(Entries, ErasedValuesEndWhereTheyEnd) {
   const Bytes large = Pattern(3000);
   const auto both = [&](const auto& check) {
@@ -317,28 +293,6 @@ TEST_F(Entries, ErasedValuesEndWhereTheyEnd) {
     Reopen();
     EXPECT_EQ(ErasedSize(*Root("f"), "e", value), 0);
   }
-}
-
-TEST_F(Entries, OfTheFastFamilyKeepToTheReservedSlots) {
-  ASSERT_EQ(storage->SetEntry("e", 1), 1);
-  {
-    const Storage fast = OpenFast();
-    EXPECT_EQ(fast->SetEntryFast("e", 2), 1);
-    EXPECT_EQ(fast->GetEntryFast("e", 0), 2);
-    EXPECT_EQ(fast->GetEntry("e", 0), 2) << "the one that this object made";
-  }
-  EXPECT_EQ(Open()->GetEntry("e", 0), 1) << "the later slot wins";
-  EXPECT_EQ(Open()->GetEntryFast("e", 0), 2);
-  EXPECT_EQ(storage->SetEntryFast("f", 1), 0) << "the map holds it";
-  for (const char* name : {"1", "2", "3", "4", "5"}) EXPECT_EQ(storage->SetEntryFast(name, 1), 1);
-  EXPECT_EQ(storage->SetEntryFast("more", 1), 0);
-  EXPECT_EQ(LastError().code, ErrorCode::kFull);
-  EXPECT_EQ(storage->SetEntry("more", 1), 1);
-  ASSERT_TRUE(storage->RemoveStream("5"));
-  EXPECT_EQ(storage->GetEntry("5", 0), 0);
-  EXPECT_EQ(storage->GetEntryFast("5", 0), 1) << "still in its slot";
-  EXPECT_EQ(OpenFast()->SetEntry("e", 3), 1);
-  EXPECT_EQ(Open()->GetEntry("e", 0), 3) << "in the first free ordinary slot";
 }
 
 TEST_F(Entries, CostTwoAndThreeCalls) {

@@ -11,6 +11,7 @@
 #include "support/check_file.h"
 #include "support/gauntlet.h"
 #include "support/size.h"
+#include "support/watchdog.h"
 
 namespace aostorage::testing {
 namespace {
@@ -19,7 +20,7 @@ class HostileFiles : public OneStorageTest {
  protected:
   ~HostileFiles() override {
     std::printf("%zu files, %llu operations\n", files,
-                static_cast<unsigned long long>(Gauntlet::Operations() - before));
+                static_cast<unsigned long long>(Budget::Operations() - before));
   }
   template <class Check>
   void ForEachField(std::size_t stride, Check check) {
@@ -62,7 +63,7 @@ class HostileFiles : public OneStorageTest {
   const ReferenceFile reference;
   Gauntlet gauntlet{path};
   std::size_t files = 0;
-  const std::uint64_t before = Gauntlet::Operations();
+  const std::uint64_t before = Budget::Operations();
 };
 
 TEST_F(HostileFiles, OfOneBadField) {
@@ -110,6 +111,28 @@ TEST_F(HostileFiles, CutAnywhere) {
       gauntlet.Carry(bytes, false);
     });
   }
+}
+
+TEST_F(HostileFiles, NoFolderIsFoundInsideItself) {
+  std::size_t tried = 0;
+  for (const HostileFile& shape : HostileShapes()) {
+    if (shape.sound || shape.name.compare(0, 7, "folder ") != 0) continue;
+    SCOPED_TRACE(shape.name);
+    ++tried;
+    storage = OpenBytes(shape.make());
+    std::vector<Stream> levels;
+    Stream child = Root("folder");
+    while (child && levels.size() < 100) {
+      levels.push_back(std::move(child));
+      std::uint32_t cookie = 0;
+      child.reset(levels.back()->OpenStreamFirst(cookie, kWriteFlags));
+      while (child && child->IsFolder() == 0)
+        child.reset(levels.back()->OpenStreamNext(cookie, kWriteFlags));
+    }
+    EXPECT_LT(levels.size(), 4U);
+    while (!levels.empty()) levels.pop_back();
+  }
+  EXPECT_GT(tried, 10U);
 }
 
 TEST_F(HostileFiles, ACapacityThatReachesBehindTheFileTakesNothing) {

@@ -11,8 +11,9 @@
 
 #include "folder/storage_fixture.h"
 #include "support/check_file.h"
-#include "support/gauntlet.h"
 #include "support/size.h"
+#include "support/syscalls.h"
+#include "support/watchdog.h"
 
 namespace aostorage::testing {
 namespace {

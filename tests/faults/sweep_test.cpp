@@ -14,6 +14,7 @@
 #include "support/gauntlet.h"
 #include "support/size.h"
 #include "support/tree_text.h"
+#include "support/watchdog.h"
 
 namespace aostorage::testing {
 namespace {

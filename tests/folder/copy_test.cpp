@@ -1,9 +1,6 @@
-// Folder copies: what is merged, what is refused, and what failures leave.
-#include <cerrno>
-#include <functional>
-
+// Folder copies: what is refused, and what a damaged source gives. What is merged, the history of
+// the whole interface tells; what failures leave, the faults of a life.
 #include "folder/storage_fixture.h"
-#include "support/allocations.h"
 #include "support/check_file.h"
 #include "support/tree_text.h"
 
@@ -19,88 +16,6 @@ class FolderCopy : public StorageFileTest {
   }
   const std::string otherPath = dir.File("other");
 };
-
-struct MergeRow {
-  const char* what;
-  TreeText source, goal, expected;
-  bool result;
-};
-
-const MergeRow kMerges[] = {
-    {"an empty folder", {}, {"a=1"}, {"a=1"}, true},
-    {"only vacated slots", {"a=1", "-s/a"}, {"b/", "b/x=1"}, {"b/", "b/x=1"}, true},
-    {"slots in order, without gaps",
-     {"c=3", "gone=0", "a=1", "f/", "b=", "-s/gone", "-s/b"},
-     {},
-     {"c=3", "a=1", "f/"},
-     true},
-    {"the first vacated slot is taken",
-     {"new=n", "more=m"},
-     {"x=1", "y=2", "z=3", "-d/y"},
-     {"x=1", "new=n", "z=3", "more=m"},
-     true},
-    {"same kinds merge, what only the goal has stays",
-     {"f/", "f/x=new", "f/g/", "f/g/deep=1", "p=ab"},
-     {"p=longer than before", "f/", "f/own=1", "f/x=older and longer", "q=2"},
-     {"p=ab", "f/", "f/own=1", "f/x=new", "f/g/", "f/g/deep=1", "q=2"},
-     true},
-    {"a plain stream over a folder, a folder over a plain stream",
-     {"a=now plain", "b/", "b/x=1"},
-     {"a/", "a/in=1", "a/g/", "a/g/deep=2", "b=was plain", "c=3"},
-     {"a=now plain", "b/", "b/x=1", "c=3"},
-     true},
-    {"an empty plain child is told, and the walk goes on",
-     {"e=", "f/", "f/e=", "f/after=1", "z=2"},
-     {"e=old"},
-     {"e=", "f/", "f/e=", "f/after=1", "z=2"},
-     false},
-};
-
-TEST_F(FolderCopy, MergesIntoTheSameStorageAndIntoAnother) {
-  for (const MergeRow& row : kMerges) {
-    for (const bool across : {false, true}) {
-      SCOPED_TRACE(std::string(row.what) + (across ? ", across" : ", within"));
-      const Storage storage = Create(across ? 16 : 0);
-      const Storage other(across ? aoStorage::Create(otherPath.c_str(), 0, 0) : nullptr);
-      aoStorage& to = across ? *other : *storage;
-      const auto under = [](const char* folder, const TreeText& lines) {
-        TreeText all{std::string(folder) + "/"};
-        for (const std::string& line : lines)
-          all.push_back(line[0] == '-' ? line : std::string(folder) + "/" + line);
-        return all;
-      };
-      Plant(*storage, under("s", row.source));
-      Plant(to, under("d", row.goal));
-      const TreeText before = TreeOf(Image(), "s");
-      EXPECT_EQ(Copy(*storage, to), row.result);
-      const RawImage after = ReadImage(ReadFile(across ? otherPath : path));
-      EXPECT_EQ(TreeOf(after, "d"), row.expected);
-      EXPECT_EQ(CheckFile(across ? otherPath : path), "");
-      EXPECT_EQ(TreeOf(Image(), "s"), before);
-      // Nothing stays counted as open.
-      for (const std::string& line : row.expected) {
-        if (line.find('/') < line.size() - 1) continue;
-        const Stream parent = OpenPath(to, "d");
-        EXPECT_TRUE(
-            Got(parent->OpenStream(line.substr(0, line.find_first_of("/=")).c_str(), kExclusive)));
-      }
-    }
-  }
-}
-
-TEST_F(FolderCopy, CarriesNoDurationAndKeepsThoseOfTheGoal) {
-  const Storage storage = Create();
-  const Stream s(storage->CreateStream("s", kFolderKind, kWriteFlags));
-  const Stream d(storage->CreateStream("d", kFolderKind, kWriteFlags));
-  for (const char* name : {"new", "old"}) {
-    const Stream child(s->CreateStream(name, PackKind(false, 7), kWriteFlags));
-    child->Write("x", 1);
-  }
-  ASSERT_TRUE(Got(d->CreateStream("old", PackKind(false, 9), kWriteFlags)));
-  ASSERT_TRUE(s->CopyFolder(d.get()));
-  EXPECT_EQ(Raw("d/new").duration, 0);
-  EXPECT_EQ(Raw("d/old").duration, 9);
-}
 
 TEST_F(FolderCopy, APlainStreamIsCopiedAsAWhole) {
   const Storage storage = Create();
@@ -154,20 +69,6 @@ TEST_F(FolderCopy, RefusesFoldersOfOneFileThatMayLieInsideEachOtherUnseen) {
   EXPECT_TRUE(in->CopyFolder(OpenPath(*other, "d").get()));
 }
 
-TEST_F(FolderCopy, GoesOnBehindWhatItCannotOpen) {
-  const Storage storage = Create();
-  Plant(*storage, {"s/", "s/a=1", "s/held=2", "s/f/", "s/f/x=1", "s/z=3", "d/", "d/z=old"});
-  const Stream s = OpenPath(*storage, "s"), d = OpenPath(*storage, "d");
-  {
-    const Stream held(s->OpenStream("held", kExclusive));
-    EXPECT_FALSE(s->CopyFolder(d.get()));
-    EXPECT_EQ(TreeOf(Image(), "d"), (TreeText{"z=3", "a=1", "f/", "f/x=1"}));
-  }
-  const Stream held(d->OpenStream("f", kExclusive));
-  EXPECT_FALSE(s->CopyFolder(d.get()));
-  EXPECT_EQ(TreeOf(Image(), "d"), (TreeText{"z=3", "a=1", "f/", "f/x=1", "held=2"}));
-}
-
 TEST_F(FolderCopy, TakesFromADamagedSourceWhatIsWhole) {
   const Storage good = Create();
   Plant(*good, {"s/", "s/a=1", "s/bad=22", "s/f/", "s/f/x=1", "s/z=3", "d/"});
@@ -203,70 +104,6 @@ TEST_F(FolderCopy, TakesFromADamagedSourceWhatIsWhole) {
     EXPECT_EQ(TreeOf(ReadImage(ReadFile(otherPath)), "d"), row.expected);
     EXPECT_EQ(CheckFile(otherPath), "");
     EXPECT_EQ(File(), bytes);
-  }
-}
-
-// Each level holds two records of the one folder below: 2^30 ways down.
-TEST_F(FolderCopy, OfOneChainUnderManyNamesEndsSoon) {
-  FileBuilder builder;
-  std::uint32_t below = 0;
-  for (int level = 0; level < 30; ++level) {
-    const auto chain = static_cast<std::uint32_t>(builder.bytes.size());
-    builder.AddChain(FolderPayload(
-        {StreamRecord("l", below != 0, 84, below), StreamRecord("r", below != 0, 84, below)}));
-    below = chain;
-  }
-  builder.AddStream(6, "s", FolderPayload({StreamRecord("t", true, 84, below)}), {}, true);
-  const Storage storage = OpenBytes(builder.bytes);
-  const Storage other(aoStorage::Create(otherPath.c_str(), 0, 0));
-  Plant(*other, {"d/"});
-  EXPECT_FALSE(Copy(*storage, *other));
-  EXPECT_LT(ReadFile(otherPath).size(), 1000000U);
-  Plant(*storage, {"d/"});
-  EXPECT_FALSE(Copy(*storage, *storage));  // where each copy makes the source's file longer
-  EXPECT_LT(File().size(), 1000000U);
-}
-
-TEST_F(FolderCopy, KeepsTheGoalReadableWhateverFails) {
-  const TreeText source{"s/", "s/a=1", "s/f/", "s/f/x=22", "s/f/y=3", "s/k=4"};
-  const TreeText goal{"d/", "d/a=old", "d/f=plain", "d/k/", "d/k/x=1"};
-  { Plant(*Create(), source); }
-  const std::size_t sourceSize = source.size() - 1;
-  for (const bool memory : {false, true}) {
-    bool fired = true;
-    for (std::size_t k = 1; fired; ++k) {
-      SCOPED_TRACE((memory ? "allocation " : "call ") + std::to_string(k));
-      const Storage storage = Open();
-      Storage other(aoStorage::Create(otherPath.c_str(), 0, 0));
-      Plant(*other, goal);
-      bool result = false;
-      if (memory) {
-        const Stream s = OpenPath(*storage, "s"), d = OpenPath(*other, "d");
-        ClearLastError();
-        const FailAllocation fault(k);
-        result = s->CopyFolder(d.get());
-        fired = fault.Fired();
-        ASSERT_TRUE(result || LastError().code == ErrorCode::kNoMemory) << LastError().text;
-      } else {
-        const Stream s = OpenPath(*storage, "s"), d = OpenPath(*other, "d");
-        Watch watch;
-        watch.FailAt(k, kAnyCall, EIO);
-        ClearLastError();
-        result = s->CopyFolder(d.get());
-        fired = watch.FaultFired();
-        ASSERT_TRUE(result || LastError().systemError == EIO) << LastError().text;
-      }
-      const std::string violations = CheckFile(otherPath, Rules::kAfterFault);
-      ASSERT_EQ(violations, "");
-      if (result) {
-        ASSERT_EQ(TreeOf(ReadImage(ReadFile(otherPath)), "d").size(), sourceSize);
-      }
-      ASSERT_TRUE(fired || result);
-      // The same objects can do it over.
-      OpenPath(*other, "d")->ClearFolder();
-      ASSERT_TRUE(Copy(*storage, *other));
-      ASSERT_EQ(TreeOf(ReadImage(ReadFile(otherPath)), "d").size(), sourceSize);
-    }
   }
 }
 

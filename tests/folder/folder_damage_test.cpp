@@ -1,7 +1,4 @@
-// Folders in files made by hand: records and count words in pieces, trees that lead back into
-// themselves, bad slots, chains that overlap.
-#include <functional>
-
+// Folders in files made by hand: records and count words in pieces, bad slots, chains that overlap.
 #include "folder/storage_fixture.h"
 #include "support/check_file.h"
 
@@ -76,51 +73,6 @@ TEST_F(FolderDamage, RecordsKeepTheirPlacesInAShortenedFolder) {
   EXPECT_EQ(Raw("f").chain,
             FolderPayload({StreamRecord("a", false, 0, 0), StreamRecord("new", false, 0, 0),
                            StreamRecord("c", false, 0, 0)}));
-}
-
-TEST_F(FolderDamage, ATreeThatLeadsBackEndsInFailure) {
-  const std::function<void()> shapes[] = {
-      [&] { AddFolder(FolderPayload({StreamRecord("self", true, 84, Next())})); },
-      [&] {  // a child whose child is the folder
-        const std::uint32_t child = Next(), top = child + 20 + 84;
-        builder.AddChain(FolderPayload({StreamRecord("up", true, 84, top)}));
-        AddFolder(FolderPayload({StreamRecord("child", true, 84, child)}));
-      },
-      [&] {  // a child whose chain begins in the middle of the folder's, with its own record in it
-        const std::uint32_t top = Next(), middle = top + 20 + 80;
-        // The last word of the first record, 1, is the count of the part.
-        AddFolder(
-            FolderPayload({StreamRecord("a", false, 0, 1), StreamRecord("part", true, 84, middle)}),
-            {80});
-      },
-      [&] {  // a chain in a circle, with a count above it
-        const std::uint32_t top = Next();
-        AddFolder(FolderPayload({StreamRecord("a", false, 0, 0)}));
-        Put32(builder.bytes, top + 16, top);
-        Put32(builder.bytes, top + 20, 1000000);
-      },
-  };
-  for (const auto& build : shapes) {
-    SCOPED_TRACE(&build - shapes);
-    builder = sound;
-    build();
-    OpenFolder();
-    std::vector<Stream> levels;
-    Stream child = Root("f");
-    while (child && levels.size() < 100) {
-      NamesIn(*child);
-      levels.push_back(std::move(child));
-      std::uint32_t cookie = 0;
-      child.reset(levels.back()->OpenStreamFirst(cookie, kWriteFlags));
-      while (child && child->IsFolder() == 0)
-        child.reset(levels.back()->OpenStreamNext(cookie, kWriteFlags));
-    }
-    EXPECT_LT(levels.size(), 4U);
-    while (!levels.empty()) levels.pop_back();
-    folder->ClearFolder();
-    EXPECT_TRUE(Remove(folder) || IsDamage(LastError().code));
-    ExpectOthersWhole();
-  }
 }
 
 TEST_F(FolderDamage, AVacatedChildWithTheFoldersOwnChainDoesNotEmptyIt) {

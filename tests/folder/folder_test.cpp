@@ -139,40 +139,6 @@ TEST_F(FolderChildren, HeadersCanBeFoundAndAddedWithoutAnOpen) {
   EXPECT_EQ(Get32(Raw("f").chain, 0), 3U);
 }
 
-TEST_F(FolderChildren, AreOpenedOrCreatedOnce) {
-  MakeFolder();
-  for (int round = 0; round < 2; ++round) {
-    const Stream shortForm(folder->OpenOrCreateStream("s", std::int32_t{1}));
-    const Stream longForm(
-        folder->OpenOrCreateStream("l", PackKind(false, 5), kStreamRead | kShareRead));
-    ASSERT_TRUE(shortForm && longForm);
-    EXPECT_TRUE(shortForm->IsFolder() == 1 && longForm->GetDuration() == 5);
-    EXPECT_EQ(folder->IsStreamOpen("s")->openFlags, kWriteFlags);
-    EXPECT_EQ(folder->IsStreamOpen("l")->openFlags, kStreamRead | kShareRead);
-    EXPECT_FALSE(Got(folder->OpenOrCreateStream("l", std::int32_t{0}))) << "not to be shared";
-    EXPECT_EQ(LastError().code, ErrorCode::kShared);
-    EXPECT_EQ(NamesIn(*folder), std::vector<std::string>{"s"});
-  }
-}
-
-TEST_F(FolderChildren, CountAsOpenFromTheirCreationOn) {
-  MakeFolder();
-  Stream held(folder->CreateStream("a", kPlainKind, kWriteFlags | kExclusive));
-  EXPECT_FALSE(Got(folder->OpenStream("a", kReadFlags)));
-  {
-    // Removed through another object; this one's registry still guards the name.
-    const Stream other = Root("f");
-    Stream child(other->OpenStream("a", kWriteFlags));
-    ASSERT_TRUE(Remove(child));
-  }
-  EXPECT_FALSE(Got(folder->CreateStream("a", kPlainKind, kWriteFlags)));
-  EXPECT_EQ(Get32(Raw("f").chain, 0), 1U) << "no child is open, but the slot is taken";
-  EXPECT_EQ(held.release()->Release(), 1);
-  EXPECT_TRUE(Got(folder->OpenStream("a", kReadFlags)));
-  folder.reset();
-  EXPECT_EQ(storage->CreateStream("root", kWriteFlags)->Release(), -1) << "unlike a root stream";
-}
-
 TEST_F(FolderChildren, CostFewCalls) {
   MakeFolder();
   for (int i = 0; i < 1000; ++i)

@@ -79,5 +79,18 @@ TEST_F(KeptIndex, TakesNoNameForAnotherWithTheSameHash) {
   EXPECT_TRUE(Has(*storage, "f/" + other) && Has(*storage, other));
 }
 
+// Each of the two has changed something before it looked at what the other did.
+TEST_F(KeptIndex, SeesAChangeThatWasMadeBlindly) {
+  const Storage storage = Create();
+  Plant(*storage, {"f/", "f/c=1", "other=2"});
+  const Storage second = Open();
+  const Stream theirs = OpenPath(*second, "f/c"), other = OpenPath(*storage, "other");
+  ASSERT_TRUE(Has(*storage, "f/c"));
+  EXPECT_EQ(other->Write("3", 1), 1U);
+  ASSERT_TRUE(theirs->Rename("d"));
+  EXPECT_TRUE(Has(*storage, "f/d"));
+  EXPECT_FALSE(Has(*storage, "f/c"));
+}
+
 }  // namespace
 }  // namespace aostorage::testing

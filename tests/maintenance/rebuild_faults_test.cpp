@@ -106,6 +106,56 @@ TEST_F(RebuildFaults, EachCallFailsOnceOrForEver) {
   }
 }
 
+// Where the system copies nothing by itself, and then a call of the copying by hand fails.
+TEST_F(RebuildFaults, EachCallOfACopyByHandFails) {
+  const Bytes after = Rebuilt(Way::kCopy);
+  bool fired = true;
+  for (std::size_t k = 1; fired; ++k) {
+    SCOPED_TRACE(k);
+    Arrange(Way::kCopy);
+    bool copying = false;
+    std::size_t behind = 0;
+    fired = false;
+    int result = 0;
+    {
+      Watch watch;
+      watch.BeforeEach([&](Call call, std::size_t) {
+        if (call == Call::kCopy) {
+          copying = true;
+          watch.FailAt(1, Only(Call::kCopy), EXDEV);
+        } else if (copying && ++behind == k) {
+          fired = true;
+          watch.FailAt(1, Only(call), EIO);
+        }
+      });
+      result = aoStorage::Recreate(path.c_str());
+    }
+    const std::string stands = WhatStands(after, result == 0);
+    ASSERT_TRUE(stands == "new" || (result == 0 && stands == "temporary")) << stands;
+    ASSERT_LT(k, 100U);
+  }
+}
+
+TEST_F(RebuildFaults, ADiskThatGivesOtherBytesBackIsNotBelieved) {
+  const std::string temporary = path + "_tmp";
+  Call last = Call::kOpen;
+  bool struck = false;
+  Watch watch;
+  watch.BeforeEach([&](Call call, std::size_t) {
+    if (!struck && last == Call::kWrite && call == Call::kRead && Exists(temporary)) {
+      Bytes bytes = ReadFile(temporary);
+      bytes.back() ^= 1;
+      WriteFile(temporary, bytes);
+      struck = true;
+    }
+    last = call;
+  });
+  EXPECT_EQ(aoStorage::Recreate(path.c_str()), 0);
+  EXPECT_EQ(LastError().code, ErrorCode::kInputOutput);
+  EXPECT_TRUE(struck);
+  EXPECT_EQ(File(), before);
+}
+
 TEST_F(RebuildFaults, EachAllocationFailsOnceOrForEver) {
   const Bytes after = Rebuilt(Way::kRename);
   bool fired = true;
@@ -204,28 +254,6 @@ TEST_F(RebuildFaults, TheProcessIsKilledAtAnyMoment) {
   }
   for (const auto& [what, times] : stood)
     std::cout << "[  POINTS  ] " << times << " times: " << what << "\n";
-}
-
-// In a process of its own: the limit is the process's.
-TEST_F(RebuildFaults, AFullDiskLeavesTheOldFileAndNoOther) {
-  for (const rlim_t size : {rlim_t{100}, rlim_t{kEmptyFileSize}, rlim_t{kBigSize}}) {
-    SCOPED_TRACE(size);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      std::signal(SIGXFSZ, SIG_IGN);
-      const rlimit limit{size, size};
-      ::setrlimit(RLIMIT_FSIZE, &limit);
-      ::_exit(aoStorage::Recreate(path.c_str()) == 0 && LastError().code == ErrorCode::kDiskFull
-                  ? 0
-                  : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(File(), before);
-    EXPECT_EQ(NamesInDirectory(), std::vector<std::string>{"storage"});
-  }
 }
 
 }  // namespace

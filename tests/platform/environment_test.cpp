@@ -311,6 +311,22 @@ TEST_F(Environment, StandardStreamsThatWereClosedStayClosed) {
   }
 }
 
+TEST_F(Environment, WithoutRoomForADescriptorOnlyAFileOfThisCallGoes) {
+  { ASSERT_TRUE(Put(*Create(), 0)); }
+  const std::string other = dir.File("other");
+  const int status = InChild([&] {
+    close(STDIN_FILENO);  // what is opened comes there, and cannot be moved away
+    const rlimit three{3, 3};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &three), 0);
+    EXPECT_FALSE(Open());
+    EXPECT_FALSE(Storage(aoStorage::OpenOrCreate(path.c_str(), kWriteFlags, 0)));
+    EXPECT_FALSE(Storage(aoStorage::OpenOrCreate(other.c_str(), kWriteFlags, 0)));
+    EXPECT_FALSE(fs::exists(other));
+  });
+  EXPECT_EQ(status, 0);
+  ExpectPut(1);
+}
+
 TEST_F(Environment, SignalsEveryMillisecondDisturbNothing) {
   static volatile sig_atomic_t signals = 0;
   struct sigaction action {};

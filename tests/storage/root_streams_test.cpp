@@ -48,6 +48,18 @@ TEST_F(RootStreams, The59thMakesTheDirectoryGrow) {
   EXPECT_EQ("", CheckFile(path));
 }
 
+TEST_F(RootStreams, OfTwoStorageObjectsTakeNoSlotTwice) {
+  {
+    const Storage second = Open();
+    for (int i = 0; i < 70; ++i) {
+      const Storage& maker = i % 2 == 0 ? storage : second;
+      ASSERT_TRUE(Got(maker->CreateStream(std::to_string(i).c_str(), kWriteFlags)));
+    }
+  }
+  EXPECT_EQ(Image().streams.size(), 70U);
+  EXPECT_EQ("", CheckFile(path));
+}
+
 TEST_F(RootStreams, UnusableNamesAreRefusedWithoutACallOnTheFile) {
   const std::string longest(60, 'n'), tooLong(61, 'n');
   EXPECT_TRUE(Make(longest));
@@ -119,39 +131,6 @@ TEST_F(RootStreams, OpenOrCreateFastStandsAtTheEndWhenAsked) {
   EXPECT_EQ(Slice(Raw("log").Value(), 100, 10), Bytes{'x'});
 }
 
-TEST_F(RootStreams, ANameTakenOutOfTheMapLeavesTheStreamInTheFile) {
-  Make("a", Pattern(10));
-  EXPECT_TRUE(storage->RemoveStream("a"));
-  EXPECT_FALSE(storage->RemoveStream("a"));
-  EXPECT_FALSE(Root("a"));
-  Make("a", Pattern(20));
-  EXPECT_EQ(Image().streams.size(), 2U);
-  Reopen();
-  EXPECT_EQ(Root("a")->GetLength(), 20U) << "the later slot wins";
-  RemoveRoot("a");
-  Reopen();
-  EXPECT_EQ(Root("a")->GetLength(), 10U);
-}
-
-TEST_F(RootStreams, AStaleObjectLeavesTheNameOfALiveStreamInTheMap) {
-  Make("x");
-  Stream first = Root("x"), second = Root("x");
-  ASSERT_TRUE(Remove(first));
-  ASSERT_TRUE(Make("x"));
-  EXPECT_TRUE(Remove(second));
-  EXPECT_TRUE(Root("x"));
-  EXPECT_FALSE(Make("x"));
-
-  first = Root("x");
-  second = Root("x");
-  ASSERT_TRUE(first->Rename("y"));
-  ASSERT_TRUE(Make("x"));
-  ASSERT_TRUE(second->Rename("z"));
-  EXPECT_TRUE(Root("x"));
-  EXPECT_FALSE(Root("y")) << "the slot has one name";
-  EXPECT_TRUE(Root("z"));
-}
-
 TEST_F(RootStreams, ALocatorOpensWhatLiesThere) {
   Make("a", Pattern(10));
   tag_aoStreamOffset locator{PlaceOf("a"), 32, 64, 0};
@@ -161,6 +140,9 @@ TEST_F(RootStreams, ALocatorOpensWhatLiesThere) {
     EXPECT_FALSE(Got(storage->OpenStreamByOffset({offset, 32, 64, 0}, "key", kReadFlags)))
         << offset;
   }
+  locator.directoryOffset = 0;
+  EXPECT_FALSE(Stream(storage->OpenStreamByOffset(locator, "key", kReadFlags))->GoNext());
+  EXPECT_EQ(LastError().code, ErrorCode::kWrongKind) << "of no directory";
   // A child opened so is renamed behind the folder's index.
   const Stream folder = MakeRoot("f", kFolderKind);
   ASSERT_EQ(folder->SetEntry("a", 1) + folder->SetEntry("b", 2), 2);
@@ -217,19 +199,6 @@ TEST_F(RootStreams, AndChildrenShareByTheFlagsOfTheFirstOpen) {
     EXPECT_EQ(folder->IsStreamOpen("a"), nullptr);
   }
   EXPECT_TRUE(Root("a", kExclusive)) << "the records of the rows are gone";
-}
-
-TEST_F(RootStreams, ReleaseTellsTheUseCount) {
-  aoStream* created = storage->CreateStream("a", kExclusive);
-  aoStream* first = storage->OpenStream("a", kWriteFlags);
-  ASSERT_TRUE(first) << "a created stream has no record, so its flags forbid nothing";
-  aoStream* second = storage->OpenStream("a", kExclusive);
-  aoStream* third = storage->OpenStream("a", kReadFlags);
-  ASSERT_TRUE(third) << "the first open's flags count";
-  EXPECT_EQ(second->Release(), 3);
-  EXPECT_EQ(created->Release(), 2) << "takes a use away from the record of its name";
-  EXPECT_EQ(first->Release(), 1);
-  EXPECT_EQ(third->Release(), -1);
 }
 
 // It was in the file and not in the map: the second try made another stream of that name.

@@ -127,32 +127,6 @@ TEST(MemoryStream, RefusesImpossibleCountsSizesAndBuffers) {
   EXPECT_EQ(Detached(negative), Bytes{1}) << "grown, so that the old pointer is worth nothing now";
 }
 
-TEST(MemoryStream, FailsInEveryOtherOperationAndLivesOn) {
-  aoStream2 stream, other;
-  Put(stream, Pattern(10));
-  std::uint32_t cookie = 0, size = 5;
-  std::uint8_t* buffer = nullptr;
-  tag_aoStream header{};
-  tag_aoStreamOffset offset{};
-  EXPECT_TRUE(stream.Seek(0, 0) == kFailed && stream.Seek2(0, 2) == -1);
-  EXPECT_STREQ(stream.GetName(), "");
-  EXPECT_FALSE(stream.GetLength() || stream.GetCurDataPos() || stream.GetNumChildren() ||
-               stream.IsFolder() || stream.GetDuration() || stream.Release());
-  EXPECT_FALSE(stream.SetLength(0) || stream.Erase() || stream.GoNext() || stream.Rename("a") ||
-               stream.Remove() || stream.CopyStream(&other) || stream.IsStreamOpen("a") ||
-               stream.FindStream("a", header, offset) ||
-               stream.AddStreamHeader("a", 0, header, offset));
-  EXPECT_FALSE(stream.CreateStream("a", 0, kWriteFlags) || stream.OpenStream("a", kReadFlags) ||
-               stream.OpenOrCreateStream("a", 0, kWriteFlags) ||
-               stream.OpenStreamFirst(cookie, kReadFlags) ||
-               stream.OpenStreamNext(cookie, kReadFlags));
-  stream.ClearFolder();
-  EXPECT_TRUE(NamesIn(stream).empty());
-  EXPECT_FALSE(stream.GetEntry("a", 0) || stream.SetEntry("a", 4) || stream.SetEntry("a", "b", 1) ||
-               stream.GetEntryErasedOld("a", &buffer, &size) || stream.CopyStreamToBuffer(buffer));
-  EXPECT_EQ(Detached(stream), Pattern(10));
-}
-
 TEST(MemoryStream, StoresWhatFitsWhenThereIsNoMemory) {
   aoStream2 stream;
   const Bytes data = Pattern(1034);

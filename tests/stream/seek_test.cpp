@@ -56,19 +56,6 @@ TEST_F(Seeking, AfterAFailureOnlyAnAbsoluteSeekHelps) {
   EXPECT_EQ(data, Pattern(300));
 }
 
-TEST_F(Seeking, WithoutWriteFlagLengthStays) {
-  const Bytes before = File();
-  Stream stream = Root("one", kReadFlags);
-  stream->Seek(5, 0);
-  EXPECT_FALSE(stream->SetLength(1));
-  EXPECT_FALSE(stream->Erase());
-  EXPECT_FALSE(Remove(stream));
-  EXPECT_EQ(LastError().code, ErrorCode::kNotWritable);
-  EXPECT_EQ(stream->GetLength(), 100U);
-  EXPECT_EQ(stream->GetCurDataPos(), 5U);
-  EXPECT_EQ(File(), before);
-}
-
 using GoingNext = OneStorageTest;
 
 TEST_F(GoingNext, MovesFromSlotToSlotAndIntoTheNextBlock) {

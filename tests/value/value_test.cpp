@@ -87,24 +87,6 @@ TEST_F(ValuesAndCopies, ShortReadsLeaveNumbersAndFillStrings) {
   EXPECT_EQ(text, "");
 }
 
-TEST_F(ValuesAndCopies, ReplaceTheWholeDestination) {
-  for (const std::size_t size : {1U, 10U, 11U, 300U}) {
-    for (const std::size_t oldSize : {0U, 1U, 10U, 29U, 400U}) {
-      const std::string suffix = std::to_string(size) + "," + std::to_string(oldSize);
-      SCOPED_TRACE(suffix);
-      const Stream source = MakeScattered("from" + suffix, Pattern(size));
-      const Stream target = MakeScattered("to" + suffix, Pattern(oldSize, 2));
-      target->Seek(3, 0);
-      ASSERT_TRUE(source->CopyStream(target.get()));
-      EXPECT_EQ(Raw("to" + suffix).Value(), Pattern(size));
-      EXPECT_EQ(target->GetLength(), size);
-      EXPECT_EQ(target->GetCurDataPos(), size);
-      EXPECT_EQ(Raw("from" + suffix).Value(), Pattern(size));
-    }
-  }
-  EXPECT_EQ("", CheckFile(path));
-}
-
 TEST_F(ValuesAndCopies, EndInFailureWhereTheSourceHasTooLittle) {
   const Stream source = Make("source", Pattern(100)), empty = Make("empty", {});
   Stream target = Make("target", Pattern(50, 2));

@@ -174,48 +174,6 @@ TEST_F(RootWalks, EndMarksAndStaleCookiesGiveNull) {
   }
 }
 
-TEST_F(RootWalks, GoOnBehindAStreamThatIsNotShared) {
-  storage = Create();
-  Make({"a", "b", "c"});
-  storage->EnableSorting(1, 0);
-  const Stream held = Root("b", kStreamRead | kShareRead);
-  StreamCookie cookie = 0;
-  EXPECT_TRUE(Got(storage->OpenStreamFirst(cookie, kReadFlags)));
-  EXPECT_FALSE(Got(storage->OpenStreamNext(cookie, kReadFlags)));
-  EXPECT_EQ(cookie, 2);
-  EXPECT_STREQ(Stream(storage->OpenStreamNext(cookie, kReadFlags))->GetName(), "c");
-  EXPECT_FALSE(Got(storage->FindRootStream("c"))) << "a search ends where the walk does";
-  EXPECT_TRUE(Got(storage->FindRootStream("a")));
-}
-
-TEST_F(RootWalks, BySlotsStopAtTheFirstEmptyOne) {
-  for (const bool older : {false, true}) {
-    FileBuilder builder(older ? FileBuilder::Form::kOlder : FileBuilder::Form::kCurrent);
-    const std::uint32_t reserved = older ? 2 : 6;
-    builder.AddDirectory();
-    builder.PutSlot(0, StreamRecord("reserved", false, 0, 0));
-    Names names;
-    for (std::uint32_t slot = reserved; slot < 66; ++slot) {
-      names.push_back("s" + std::to_string(slot));
-      builder.PutSlot(slot % 64, StreamRecord(names.back(), false, 0, 0), slot / 64);
-    }
-    builder.PutSlot(3, StreamRecord("beyond", false, 0, 0), 1);
-    Load(builder);
-    EXPECT_EQ(WalkSlots(*storage), names);
-    EXPECT_EQ(WalkSlots(*OpenFast()), names) << "the map has no part in it";
-    Names all = names;
-    all.insert(all.begin(), "reserved");
-    all.push_back("beyond");
-    EXPECT_EQ(WalkList(), all);
-    EXPECT_EQ(Sorted(Walk()), Sorted(all));
-    int position = 0;
-    EXPECT_FALSE(Got(OpenFast()->OpenStreamFirst2(position, kReadFlags)));
-    Stream removed = Root(names[1]);
-    ASSERT_TRUE(Remove(removed));
-    EXPECT_EQ(WalkSlots(*storage), (Names{names[0]}));
-  }
-}
-
 TEST_F(RootWalks, SortedScansEstimateDurations) {
   struct Entry {
     const char* name;
@@ -301,6 +259,10 @@ TEST_F(RootWalks, SearchesTakeTheFirstOfTheirKind) {
       EXPECT_EQ(found->Rename(expected), row.search == &aoStorage::FindRootStorageWrite);
     }
   }
+  storage->EnableSorting(1, 0);
+  const Stream held = Root("g", kStreamRead | kShareRead);
+  EXPECT_FALSE(Got(storage->FindRootStream("p"))) << "a search ends where the walk does";
+  EXPECT_TRUE(Got(storage->FindRootStorage("f")));
 }
 
 TEST_F(RootWalks, SubfolderCountsAreTheStoredOnes) {
