@@ -16,8 +16,8 @@
 #include <array>
 #include <cstring>
 
-#include "bare_file.h"
-#include "support.h"
+#include "../bare_file.h"
+#include "micro.h"
 
 namespace aobench {
 namespace {

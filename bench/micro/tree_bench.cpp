@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "support.h"
+#include "micro.h"
 
 namespace aobench {
 namespace {
