@@ -104,8 +104,7 @@ class GsfStore final : public Store {
   bool StartWriting(const std::string& path) {
     GsfOutput* sink = gsf_output_stdio_new(path.c_str(), nullptr);
     if (sink == nullptr) return false;
-    // Larger blocks for larger streams.
-    out = gsf_outfile_msole_new_full(sink, Given().size >= 4096 ? 4096 : 512, 64);
+    out = gsf_outfile_msole_new(sink);
     Drop(sink);
     return out != nullptr;
   }
