@@ -30,14 +30,16 @@ struct Options {
   bool quick = false;
   int repetitions = 0;
   std::string works;  ///< names with commas, "" for all
+  std::string who;    ///< competitors likewise, by the first word of their names
   std::string places = "tmpfs,disk";
   std::string disk;
   std::string output = "bench.jsonl";
 };
 
 constexpr char kUsage[] =
-    "usage: aostorage_bench [--quick] [--repetitions N] [--works W3,S,...] [--places tmpfs,disk]\n"
-    "                       [--disk DIR] [--out FILE]\n";
+    "usage: aostorage_bench [--quick] [--repetitions N] [--works W3,S,...] [--who "
+    "aostorage,bare,...]\n"
+    "                       [--places tmpfs,disk] [--disk DIR] [--out FILE]\n";
 
 bool Parse(int count, char** arguments, Options& options) {
   for (int i = 1; i < count; ++i) {
@@ -53,6 +55,8 @@ bool Parse(int count, char** arguments, Options& options) {
       if (options.repetitions < 1) return false;
     } else if (name == "--works") {
       options.works = value;
+    } else if (name == "--who") {
+      options.who = value;
     } else if (name == "--places") {
       options.places = value;
     } else if (name == "--disk") {
@@ -246,7 +250,9 @@ int main(int count, char** arguments) {
                   << place.name << ": " << scenario.works << "\n";
         std::vector<const Competitor*> present;
         for (const Competitor& competitor : competitors) {
-          if (competitor.Has(scenario.part)) present.push_back(&competitor);
+          const std::string first = competitor.name.substr(0, competitor.name.find(' '));
+          if (competitor.Has(scenario.part) && Wanted(options.who, first.c_str()))
+            present.push_back(&competitor);
         }
         for (std::size_t i = 0; i < present.size(); ++i) {
           const Competitor& competitor = *present[(i + turn) % present.size()];
