@@ -96,8 +96,12 @@ std::vector<Competitor> AllCompetitors(std::string& peers) {
   all.push_back({"cp", MakeCp, kCompaction});
   all.push_back({"cp-flushed", MakeCpFlushed, kCompaction});
   all.push_back({"two-copies", MakeTwoCopies, kCompaction});
-  for (const auto& [add, name] : {std::pair{AddSqlite, "SQLite"}, std::pair{AddLmdb, "LMDB"},
-                                  std::pair{AddHdf5, "HDF5"}, std::pair{AddGsf, "libgsf"}}) {
+  struct Peer {
+    std::string (*add)(std::vector<Competitor>&);
+    const char* name;
+  };
+  for (const auto& [add, name] : {Peer{AddSqlite, "SQLite"}, Peer{AddLmdb, "LMDB"},
+                                  Peer{AddHdf5, "HDF5"}, Peer{AddGsf, "libgsf"}}) {
     const std::string version = add(all);
     if (version.empty()) {
       std::cerr << name << " was not found when this was built: it takes no part\n";
