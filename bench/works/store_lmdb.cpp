@@ -2,7 +2,9 @@
 
 #ifdef HAVE_LMDB
 
+#include <fcntl.h>
 #include <lmdb.h>
+#include <unistd.h>
 
 #include <cstring>
 
@@ -108,8 +110,12 @@ class LmdbStore final : public Store {
     return CopyOut(value, bytes, size);
   }
 
+  /// To a file of ours, since the copy to a path goes past the page cache, which takes far longer.
   Outcome Compact(const std::string& goal) override {
-    return DoneIf(mdb_env_copy2(environment, goal.c_str(), MDB_CP_COMPACT) == MDB_SUCCESS);
+    const int descriptor = ::open(goal.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (descriptor < 0) return Outcome::kFailed;
+    const int result = mdb_env_copyfd2(environment, descriptor, MDB_CP_COMPACT);
+    return DoneIf(::close(descriptor) == 0 && result == MDB_SUCCESS);
   }
 
   /// The pages in use: with MDB_WRITEMAP the file itself is as large as its map, most of it a hole.
