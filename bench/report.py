@@ -237,14 +237,15 @@ def document(run):
     rows = [[work, text, f"{limit:.2f}"] + [verdict(found, place) for place in PLACES]
             for work, text, limit, found in judged(run)]
     lines += ["### What holds", ""] + table(["Work", "Claim", "Limit", "tmpfs: ratio", "disk: ratio"], rows)
-    lines += ["", "### Figures", "", "Median, below it least and most; – stands where a work cannot be done or would be that of the bare calls."]
+    lines += ["", "### Figures", "", "Median, below it least and most; – stands where a work cannot be done or would "
+              "be that of the bare calls."]
     for place in PLACES:
         lines += cost_tables(run, place)
     return "\n".join(lines) + "\n"
 
 
-BARS = [("mapping", "#222", (MAPPED,)), ("bare calls", "#8a8f98", (BARE,)), ("files", "#c9a227", (FILES,)), ("SQLite", "#3b7dd8", SQLITE),
-        ("LMDB", "#3f9b57", (LMDB, LMDB_MAP)), ("HDF5", "#b0577f", ("hdf5",)), ("libgsf", "#7a5bb0", ("libgsf",))]
+BARS = [("mapping", "#222", (MAPPED,)), ("bare calls", "#8a8f98", (BARE,)), ("files", "#c9a227", (FILES,)),
+        ("SQLite", "#3b7dd8", SQLITE), ("LMDB", "#3f9b57", (LMDB, LMDB_MAP)), ("HDF5", "#b0577f", ("hdf5",)), ("libgsf", "#7a5bb0", ("libgsf",))]
 
 
 def chart(run):
@@ -290,8 +291,8 @@ def chart(run):
     total = left + 2 * (width + 40)
     return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {total} {y + 36}" font-family="sans-serif" '
             f'font-size="12"><style>.small {{ font-size: 10px; fill: #666 }}</style><rect width="{total}" '
-            f'height="{y + 36}" fill="#fff"/><text x="{left}" y="20" font-size="14">Time of the others where aostorage '
-            f'takes 1 (each change by itself; W11: bare is cp; right of 1 they are slower)</text>\n'
+            f'height="{y + 36}" fill="#fff"/><text x="20" y="20" font-size="13">Time of the others where aostorage '
+            f'takes 1: right of 1 they are slower (each change by itself; in W11 bare is cp)</text>\n'
             + "\n".join(grid + body + legend) + "\n</svg>\n")
 
 
@@ -318,7 +319,8 @@ def main():
     for work, text, limit, found in judged(run):
         if not found:
             continue
-        print(f"{work:34} {text:58} {limit:5.2f}  " + "  ".join(f"{p}: {verdict(found, p)}" for p in PLACES if p in found))
+        verdicts = [f"{place}: {verdict(found, place)}" for place in PLACES if place in found]
+        print(f"{work:34} {text:58} {limit:5.2f}  " + "  ".join(verdicts))
         for place, (_, _, holds) in found.items():
             counts[place][not holds] += 1
     for place, (held, broken) in counts.items():
