@@ -32,26 +32,9 @@ class BareFile {
   int descriptor;
 };
 
-/// Where things lie in a new storage file, as docs/format.md tells: the bare calls go to the same
-/// places as the library's.
-inline constexpr std::size_t kHeaderSize = 32;
-inline constexpr std::size_t kDirectorySize = 5132;
+/// Sizes of the records of a storage file, as docs/format.md tells.
 inline constexpr std::size_t kSlotSize = 80;
 inline constexpr std::size_t kBlockHeaderSize = 20;
-inline constexpr std::size_t kReservedSlots = 6;
-inline constexpr std::size_t kSlotsPerDirectory = 64;
-
-/// Offset of the directory block `index` where no data lies between the blocks.
-constexpr std::int64_t DirectoryOffset(std::size_t index) {
-  return static_cast<std::int64_t>(kHeaderSize + index * kDirectorySize);
-}
-
-/// Offset of the slot that the ordinary creation number `index` takes in such a file.
-constexpr std::int64_t SlotOffset(std::size_t index) {
-  const std::size_t slot = index + kReservedSlots;
-  return DirectoryOffset(slot / kSlotsPerDirectory) +
-         static_cast<std::int64_t>(12 + slot % kSlotsPerDirectory * kSlotSize);
-}
 
 }  // namespace aobench
 

@@ -1,13 +1,11 @@
 #include "support.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <random>
 #include <system_error>
+#include <utility>
 
 namespace aobench {
 namespace {
@@ -20,42 +18,15 @@ std::string BaseDirectory() {
   return "/tmp";
 }
 
-double LimitSeconds() {
-  const char* value = std::getenv("AOSTORAGE_BENCH_LIMIT");
-  const double seconds = value != nullptr ? std::strtod(value, nullptr) : 0.0;
-  return seconds > 0.0 ? seconds : 30.0;
-}
-
-bool TimesProcessor() {
-  const char* value = std::getenv("AOSTORAGE_BENCH_CLOCK");
-  return value != nullptr && std::strcmp(value, "cpu") == 0;
-}
-
-/// The choice stands in the output, so that no table is read as what it is not.
-const bool timesProcessor = [] {
-  const bool chosen = TimesProcessor();
-  benchmark::AddCustomContext("stopwatch", chosen ? "processor time" : "wall clock");
-  return chosen;
-}();
-
-/// One step of SplitMix64. Standard shuffles may differ between standard libraries; this one does
-/// not.
-std::uint64_t NextRandom(std::uint64_t& state) {
-  state += 0x9E3779B97F4A7C15U;
-  std::uint64_t mixed = state;
-  mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9U;
-  mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EBU;
-  return mixed ^ (mixed >> 31);
-}
-
 }  // namespace
 
-TempDir::TempDir() {
+TempDir::TempDir() : TempDir(BaseDirectory()) {}
+
+TempDir::TempDir(const std::string& base) {
   std::random_device entropy;
-  const std::string base = BaseDirectory() + "/aostorage_bench_";
   for (int attempt = 0; attempt < 100; ++attempt) {
     std::error_code error;
-    path = base + std::to_string(entropy());
+    path = base + "/aostorage_bench_" + std::to_string(entropy());
     if (std::filesystem::create_directory(path, error)) return;
   }
   path += "/missing";  // nothing was made: every use of a file in here fails
@@ -70,6 +41,14 @@ bool RemoveStream(StreamPtr stream) {
   if (stream == nullptr || !stream->Remove()) return false;
   static_cast<void>(stream.release());  // a successful removal has ended the object
   return true;
+}
+
+std::uint64_t NextRandom(std::uint64_t& state) {
+  state += 0x9E3779B97F4A7C15U;
+  std::uint64_t mixed = state;
+  mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9U;
+  mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EBU;
+  return mixed ^ (mixed >> 31);
 }
 
 std::vector<std::uint32_t> Shuffled(std::size_t count, std::uint64_t seed) {
@@ -91,30 +70,6 @@ std::vector<std::string> NumberedNames(char prefix, std::size_t count) {
     names.emplace_back(text);
   }
   return names;
-}
-
-std::int64_t RoundsFor(std::int64_t items, std::int64_t leastItems) {
-  return std::max<std::int64_t>(1, leastItems / std::max<std::int64_t>(1, items));
-}
-
-double Stopwatch::Now() {
-  if (timesProcessor)
-    return static_cast<double>(std::clock()) / static_cast<double>(CLOCKS_PER_SEC);
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  return std::chrono::duration<double>(now).count();
-}
-
-Deadline::Deadline()
-    : end(std::chrono::steady_clock::now() +
-          std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-              std::chrono::duration<double>(LimitSeconds()))) {}
-
-void Fail(benchmark::State& state, Failure failure) {
-  std::string text = failure;
-  const aostorage::Error& error = aostorage::LastError();
-  if (error.code != aostorage::ErrorCode::kNone)
-    text += std::string(" (last error: ") + error.text + ")";
-  state.SkipWithError(text.c_str());
 }
 
 }  // namespace aobench
