@@ -4,14 +4,20 @@
 #include <optional>
 
 #include "platform/last_error.h"
+#include "storage/block_marks.h"
 
 namespace aostorage::detail {
 
 bool HeaderWindow::Read(std::uint64_t offset, BlockHeader::Bytes& header) {
+  credit += header.size() * kMostForOne;
   if (offset < start || offset + header.size() > start + size) {
-    const bool nearby = offset >= start && offset < start + bytes.size();
-    const std::optional<std::size_t> got =
-        file.ReadAt(offset, bytes.data(), nearby ? bytes.size() : header.size());
+    const bool nearby = offset >= start && offset < start + size + kFirstSize;
+    if (!nearby) nextSize = kFirstSize;
+    const std::size_t wanted =
+        nearby ? std::max(std::min(nextSize, credit), header.size()) : header.size();
+    if (nearby) nextSize = std::min(nextSize * 4, kLargestSize);
+    credit -= std::min(credit, wanted);
+    const std::optional<std::size_t> got = file.ReadAt(offset, bytes.data(), wanted);
     start = offset;
     size = got.value_or(0);
     if (!got) return false;
@@ -48,7 +54,7 @@ bool ChainCursor::Load(HeaderWindow& window) {
   return window.Read(block, bytes) && Accept(bytes.data());
 }
 
-bool ChainCursor::Skip(File& file, std::uint32_t distance) {
+bool ChainCursor::Skip(File& file, std::uint32_t distance, BlockMarks* marks) {
   HeaderWindow window(file);
   for (;;) {
     if (!Load(window)) return false;
@@ -58,6 +64,7 @@ bool ChainCursor::Skip(File& file, std::uint32_t distance) {
     if (distance == 0) return true;
     if (header.nextBlock == 0) return Fail(ErrorCode::kBehindEnd);
     if (!Step(file)) return false;
+    if (marks != nullptr) marks->Note(*this);
   }
 }
 

@@ -13,6 +13,8 @@
 
 namespace aostorage::detail {
 
+class BlockMarks;
+
 // Reads block headers one behind the other. Small blocks often lie side by side: where the last one
 // did, one read brings several.
 class HeaderWindow {
@@ -21,13 +23,18 @@ class HeaderWindow {
   [[nodiscard]] bool Read(std::uint64_t offset, BlockHeader::Bytes& header);
 
  private:
-  // No larger, so that a chain that jumps to and fro brings little in vain.
-  static constexpr std::size_t kSize = 256;
+  // Each further read nearby is larger; but what is brought stays in proportion to what is asked
+  // for, so that a chain that jumps to and fro brings little in vain.
+  static constexpr std::size_t kFirstSize = 256;
+  static constexpr std::size_t kLargestSize = 4096;
+  static constexpr std::size_t kMostForOne = 10;  // bytes brought for one that is asked for
 
   File& file;
-  std::array<std::uint8_t, kSize> bytes;
+  std::array<std::uint8_t, kLargestSize> bytes;
   std::uint64_t start = 0;
   std::size_t size = 0;
+  std::size_t nextSize = kFirstSize;
+  std::size_t credit = kFirstSize;  // bytes that may be brought
 };
 
 // Walks a chain of blocks forward from its first block, block by block, and bounds the walk. A
@@ -60,9 +67,9 @@ struct ChainCursor {
   // Reads the current block's header if it is not loaded.
   [[nodiscard]] bool Load(File& file);
   [[nodiscard]] bool Load(HeaderWindow& window);
-  // Moves `distance` bytes forward without reading data, over as many blocks as it takes. On
-  // failure the cursor stands where the walk ended.
-  [[nodiscard]] bool Skip(File& file, std::uint32_t distance);
+  // Moves `distance` bytes forward without reading data, over as many blocks as it takes, and notes
+  // those that it enters. On failure the cursor stands where the walk ended.
+  [[nodiscard]] bool Skip(File& file, std::uint32_t distance, BlockMarks* marks = nullptr);
   // Goes to the next block, which there must be. False when the chain is a circle, or its blocks so
   // far take more bytes than the file has: they overlap.
   [[nodiscard]] bool Step(File& file);

@@ -11,6 +11,7 @@
 
 #include <aostorage/types.h>
 
+#include "storage/block_marks.h"
 #include "storage/folder_index.h"
 #include "storage/hash_index.h"
 
@@ -48,6 +49,9 @@ class SharedStream {
   std::vector<StreamCore*> objects;    // those open on it
   std::unique_ptr<FolderIndex> index;  // of a folder, once a scan has begun
   std::uint64_t indexEpoch = 0;        // see StorageCore::IndexEpoch
+  BlockMarks marks;                    // of the chain that begins with `markedChain`
+  std::uint32_t markedChain = 0;
+  std::uint64_t marksEpoch = 0;  // see StorageCore::IndexEpoch
 
  private:
   friend class SharedStreams;

@@ -129,6 +129,12 @@ class StreamCore {
   tag_aoStream HeaderToWrite() const;
   bool ReadNextSlot(tag_aoStream& next, tag_aoStreamOffset& nextLocator);
 
+  // Walks
+  // The marks of this stream's chain, none of them old; null where there is no place for them.
+  BlockMarks* Marks();
+  // From the start of the chain.
+  [[nodiscard]] bool WalkTo(std::uint32_t position, ChainCursor& walk);
+
   // Reading
   struct ReadAhead;
   std::optional<std::uint32_t> ReadWithHeader(std::uint8_t* out, std::uint32_t count,

@@ -221,6 +221,9 @@ bool StreamCore::CommitBlock(Pending& pending) {
 }
 
 bool StreamCore::RewriteBlockHeader(const BlockHeader& changed) {
+  // What lies behind a block that takes more or fewer bytes has another position.
+  if (shared != nullptr && cursor.header.nextBlock != 0 && changed.used != cursor.header.used)
+    shared->marks.Clear();
   const BlockHeader::Bytes before = cursor.header.Encode(), after = changed.Encode();
   if (!storage->WriteWords(HeaderPlace(cursor.block), 0, before.data(), after.data(), after.size(),
                            {BlockHeader::kCapacityAt, BlockHeader::kUsedAt, BlockHeader::kNextAt}))

@@ -1,4 +1,4 @@
-// Moving the cursor along the chain. Every walk goes forward from the first block or from the
+// Moving the cursor along the chain. Every walk goes forward, from the first block, a mark or the
 // cursor.
 #include <algorithm>
 
@@ -15,10 +15,32 @@ void StreamCore::PlaceCursor(const ChainCursor& target) {
   fresher.reset();
 }
 
+BlockMarks* StreamCore::Marks() {
+  if (shared == nullptr) return nullptr;
+  const std::uint64_t epoch = storage->IndexEpoch();
+  if (shared->markedChain != header.firstBlock || shared->marksEpoch != epoch) {
+    shared->marks.Clear();
+    shared->markedChain = header.firstBlock;
+    shared->marksEpoch = epoch;
+  }
+  return &shared->marks;
+}
+
+bool StreamCore::WalkTo(std::uint32_t position, ChainCursor& walk) {
+  BlockMarks* marks = Marks();
+  walk = ChainCursor::AtStart(header.firstBlock);
+  // Another process may have written since the marks were set.
+  if (marks != nullptr && marks->Approach(position, walk) && storage->OthersChangedFile()) {
+    marks = Marks();
+    walk = ChainCursor::AtStart(header.firstBlock);
+  }
+  return walk.Skip(storage->file, position - walk.position, marks);
+}
+
 bool StreamCore::SeekRight(std::uint32_t distance, bool fromStart) {
   if (!fromStart && outOfStep) return Fail(ErrorCode::kOutOfStep);
-  ChainCursor walk = fromStart ? ChainCursor::AtStart(header.firstBlock) : cursor;
-  if (!walk.Skip(storage->file, distance)) {
+  ChainCursor walk = cursor;
+  if (!(fromStart ? WalkTo(distance, walk) : walk.Skip(storage->file, distance))) {
     // What Read and Write would do now is not what the caller thinks: they fail until the cursor is
     // in order.
     cursor.position = walk.position;
@@ -34,11 +56,11 @@ bool StreamCore::SeekRight(std::uint32_t distance, bool fromStart) {
 
 bool StreamCore::SeekLeft(std::uint32_t distance, bool fromEnd) {
   if (fromEnd) {
-    ChainCursor walk = ChainCursor::AtStart(header.firstBlock);
+    ChainCursor walk;
     if (header.firstBlock == 0 && header.length == 0) {
       cursor.position = 0;
       outOfStep = false;
-    } else if (Attempt walking; walk.Skip(storage->file, header.length)) {
+    } else if (Attempt walking; WalkTo(header.length, walk)) {
       PlaceCursor(walk);
     } else {
       if (walking.Code() == ErrorCode::kBehindEnd) {  // the chain is shorter than its length

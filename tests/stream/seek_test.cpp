@@ -1,8 +1,10 @@
 // What seeks leave, who may change a length, and the step to the next slot. Where seeks go, the
 // random histories tell.
 #include <cerrno>
+#include <random>
 
 #include "folder/storage_fixture.h"
+#include "support/model.h"
 
 namespace aostorage::testing {
 namespace {
@@ -54,6 +56,68 @@ TEST_F(Seeking, AfterAFailureOnlyAnAbsoluteSeekHelps) {
   ASSERT_EQ(stream->Seek(0, 0), 0U);
   EXPECT_EQ(stream->Read(data.data(), 300), 300U);
   EXPECT_EQ(data, Pattern(300));
+}
+
+class LongChain : public OneStorageTest {
+ protected:
+  // Where a seek leads and what lies there.
+  static std::string Found(aoStream& stream, std::uint32_t distance, std::uint8_t origin) {
+    std::string text = std::to_string(stream.Seek(distance, origin)) + ":";
+    text += std::to_string(stream.GetCurDataPos()) + ":";
+    char room[70];
+    const std::uint32_t got = stream.Read(room, sizeof room);
+    return got == kFailed ? text + "failed" : text.append(room, got);
+  }
+};
+
+// What is remembered of the blocks must not show: another object that walks from the start each
+// time finds the same, whoever writes in between and wherever.
+TEST_F(LongChain, RemembersItsBlocksUnseen) {
+  for (const unsigned seed : HistorySeeds(3)) {
+    SCOPED_TRACE("AOSTORAGE_TEST_SEED=" + std::to_string(seed));
+    std::mt19937 random(seed);
+    std::vector<std::uint32_t> rooms(300);
+    for (std::uint32_t& room : rooms) room = static_cast<std::uint32_t>(random() % 40);
+    FileBuilder builder;
+    builder.AddStream(6, "a", Pattern(4000), rooms);
+    Load(builder);
+    const Stream stream = Root("a"), beside = Root("a");
+    const Storage elsewhere(aoStorage::Open(path.c_str(), kWriteFlags, 0));
+    const Stream far(elsewhere->OpenStream("a", kWriteFlags));
+    std::size_t written = 0;
+    for (int step = 0; step < 400; ++step) {
+      const auto place = static_cast<std::uint32_t>(random() % 4200);
+      if (random() % 8 == 0) {
+        aoStream& writer = *(random() % 2 == 0 ? stream : random() % 2 == 0 ? beside : far);
+        const Bytes data = Pattern(random() % 60 + 1, static_cast<std::uint8_t>(step));
+        if (writer.Seek(place, 0) == 0) {
+          written += writer.Write(data.data(), static_cast<std::uint32_t>(data.size()),
+                                  random() % 4 == 0) != kFailed;
+        }
+        continue;
+      }
+      const Storage fresh(aoStorage::Open(path.c_str(), kReadFlags, 0));
+      const Stream plain(fresh->OpenStream("a", kReadFlags));
+      ASSERT_EQ(Found(*stream, place, 0), Found(*plain, place, 0)) << step;
+    }
+    EXPECT_GT(written, 20U);
+  }
+}
+
+TEST_F(LongChain, IsNotWalkedAgain) {
+  FileBuilder builder;
+  builder.AddStream(6, "a", Pattern(30000), std::vector<std::uint32_t>(10000, 3));
+  Load(builder);
+  const Stream stream = Root("a");
+  EXPECT_EQ(stream->Seek(0, 1), 0U);
+  for (const std::uint32_t place : {29000U, 15001U, 200U, 29999U}) {
+    Watch watch;
+    std::uint8_t byte = 0;
+    ASSERT_EQ(stream->Seek(place, 0), 0U);
+    EXPECT_EQ(stream->Read(&byte, 1), 1U);
+    EXPECT_EQ(byte, Pattern(30000)[place]);
+    EXPECT_LE(watch.Total(), 3U) << "whether the file is as it was, the header, the data";
+  }
 }
 
 using GoingNext = OneStorageTest;
