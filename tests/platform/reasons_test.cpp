@@ -264,7 +264,7 @@ TEST_F(Reasons, AreSetByEachOperationOfAnEmptyObject) {
   EXPECT_FALSE(s.GetLength() || s.GetCurDataPos() || s.GetNumChildren() || s.IsFolder() ||
                s.GetDuration());
   for (const auto& [name, act] : onMemory) {
-    Check({{name, [&] { EXPECT_TRUE(act()); }, ErrorCode::kWrongKind,
+    Check({{name, [&tried = act] { EXPECT_TRUE(tried()); }, ErrorCode::kWrongKind,
             (std::string("aoStream::") + name).c_str()}});
   }
   const std::pair<const char*, std::function<bool()>> onClosed[] = {
@@ -294,7 +294,7 @@ TEST_F(Reasons, AreSetByEachOperationOfAnEmptyObject) {
       {"SeekForward", [&] { return !c.SeekForward(1); }},
   };
   for (const auto& [name, act] : onClosed) {
-    Check({{name, [&] { EXPECT_TRUE(act()); }, ErrorCode::kNotOpen,
+    Check({{name, [&tried = act] { EXPECT_TRUE(tried()); }, ErrorCode::kNotOpen,
             (std::string("CCompStgFile::") + name).c_str()}});
   }
 }

@@ -418,6 +418,7 @@ class LifeWriter {
     if (form == 7) node->Put(0, Encode(end));
     node->Put(form == 7 ? node->value.size() : 0, bytes, form == 8);
     step.flushing = form == 8;
+    if (step.flushing) step.midway = Midway::kShortened;
     step.logs = form == 7;
     const std::string path = step.path = PathOf(*node), name = node->name;
     const bool inFolder = in != nullptr;
