@@ -14,6 +14,12 @@ namespace aostorage::detail {
 
 namespace {
 
+// The name in the record. Another object may have given it, so that this one still goes by an old
+// name.
+const char* NameOnDisk(const StreamCore& stream) {
+  return stream.Shared() != nullptr ? stream.Shared()->OnDisk().name : stream.Header().name;
+}
+
 // Takes the names that lead to this stream out of the map: its own, and one that another object
 // gave it. A name that leads to another slot by now is not this stream's any more.
 bool LeaveMap(StreamCore& stream) {
@@ -24,8 +30,7 @@ bool LeaveMap(StreamCore& stream) {
            map.Remove(name);
   };
   const bool wasThere = remove(stream.Header().name);
-  const char* onDisk =
-      stream.Shared() != nullptr ? stream.Shared()->OnDisk().name : stream.Header().name;
+  const char* const onDisk = NameOnDisk(stream);
   return (std::strcmp(onDisk, stream.Header().name) != 0 && remove(onDisk)) || wasThere;
 }
 
@@ -38,7 +43,7 @@ bool IsStrayChild(const StreamCore& stream) {
 // knows by then whether it is true.
 bool Vacate(StreamCore& stream, StreamCore::Sharing sharing) {
   StorageCore& storage = stream.Storage();
-  const std::string name = stream.Header().name;
+  const std::string name = NameOnDisk(stream);
   if (sharing == StreamCore::Sharing::kLasting) stream.CloseInRegistry();
   if (stream.IsRemoved())
     return true;  // through another object; the slot may be somebody else's by now
@@ -55,7 +60,7 @@ bool Vacate(StreamCore& stream, StreamCore::Sharing sharing) {
 
 bool RenameStream(StreamCore& stream, const char* newName) {
   StorageCore& storage = stream.Storage();
-  const std::string oldName = stream.Header().name;
+  const std::string oldName = stream.Header().name, nameOnDisk = NameOnDisk(stream);
   // All that takes memory comes before the file is changed.
   std::string cutName(std::string_view(newName).substr(0, kMaxNameLength));
   std::string key = cutName;
@@ -75,7 +80,7 @@ bool RenameStream(StreamCore& stream, const char* newName) {
     return false;
   }
   stream.ChangeFolderIndex(
-      [&](FolderIndex& index) { index.SlotRenamed(stream.SlotIndex(), oldName, cutName); });
+      [&](FolderIndex& index) { index.SlotRenamed(stream.SlotIndex(), nameOnDisk, cutName); });
   stream.OwningRegistry().Rename(oldName, std::move(cutName), std::move(key));
   return true;
 }

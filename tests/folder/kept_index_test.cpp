@@ -79,6 +79,23 @@ TEST_F(KeptIndex, TakesNoNameForAnotherWithTheSameHash) {
   EXPECT_TRUE(Has(*storage, "f/" + other) && Has(*storage, other));
 }
 
+// Removed through an object that still goes by the name from before another one's renaming.
+TEST_F(KeptIndex, ForgetsTheNameInTheRecordNotTheOneOfTheObject) {
+  const Storage storage = Create();
+  Plant(*storage, {"f/", "f/b=1", "f/c=2"});
+  const Stream folder = OpenPath(*storage, "f");
+  Stream old(folder->OpenStream("b", kWriteFlags));
+  const Stream fresh(folder->OpenStream("b", kWriteFlags));
+  const Stream other(folder->OpenStream("c", kWriteFlags));
+  ASSERT_TRUE(fresh->Rename("n"));
+  ASSERT_TRUE(Remove(old));
+  ASSERT_TRUE(other->Rename("n"));
+  ASSERT_TRUE(Got(folder->CreateStream("x", PackKind(false), kWriteFlags)));
+  const Stream found(folder->OpenStream("n", kReadFlags));
+  ASSERT_TRUE(found);
+  EXPECT_EQ(ReadValue(*found), Bytes{'2'});
+}
+
 // Each of the two has changed something before it looked at what the other did.
 TEST_F(KeptIndex, SeesAChangeThatWasMadeBlindly) {
   const Storage storage = Create();
