@@ -66,14 +66,19 @@ class StorageCore {
                ? place.WriteFromEnd(file, record)
                : place.Write(file, 0, record.data(), record.size());
   }
-  // A record with another name. The part that ends the name comes last: until then it is the old
-  // one, unless both are long.
-  [[nodiscard]] bool WriteRenamed(const HeaderPlace& place, const StreamHeader::Bytes& record) {
+  // A record with another name. Where the old name ends before a border and the new one behind it,
+  // the part that ends the old one comes last. With both behind it no order is better than one
+  // call.
+  [[nodiscard]] bool WriteRenamed(const HeaderPlace& place, const StreamHeader::Bytes& before,
+                                  const StreamHeader::Bytes& record) {
     CountOwnChange();
-    const std::size_t border = place.FirstBorder();
-    const auto* const nameEnd = std::find(record.begin() + StreamHeader::kNameAt, record.end(), 0);
-    return nameEnd >= record.begin() + border ? place.WriteFromEnd(file, record)
-                                              : place.Write(file, 0, record.data(), record.size());
+    const auto border = static_cast<std::ptrdiff_t>(place.FirstBorder());
+    const auto nameEnd = [](const StreamHeader::Bytes& bytes) {
+      return std::find(bytes.begin() + StreamHeader::kNameAt, bytes.end(), 0) - bytes.begin();
+    };
+    return nameEnd(before) < border && nameEnd(record) >= border
+               ? place.WriteFromEnd(file, record)
+               : place.Write(file, 0, record.data(), record.size());
   }
 
   // The first free ordinary slot. What is known of the directory is read anew when another storage

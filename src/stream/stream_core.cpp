@@ -131,9 +131,10 @@ bool StreamCore::Erase() {
 bool StreamCore::WriteName(std::string_view newName) {
   Adopt();
   tag_aoStream record = HeaderToWrite();
+  const StreamHeader::Bytes before = StreamHeader::Encode(record);
   SetName(record, newName);
   SetName(header, newName);
-  if (!storage->WriteRenamed(place, StreamHeader::Encode(record))) return false;
+  if (!storage->WriteRenamed(place, before, StreamHeader::Encode(record))) return false;
   if (shared != nullptr) shared->SetOnDisk(record);
   return true;
 }
